@@ -1,0 +1,179 @@
+/* SPDX-License-Identifier: LGPL-2.1-or-later */
+
+/**
+ * The event producer: declares event types and sends events.
+ *
+ * A producer declares a type and gets a local id at once; the event switch's answer comes later.
+ * For each event it prepares a copy from the declaration, fills its open keys and sends it: the
+ * library delivers it straight to every consumer whose expression it satisfies.
+ *
+ * All functions may be called from any thread. What returns something does its checks on the
+ * caller's thread; everything that talks to the bus is queued, in order, and runs on the thread
+ * that iterates the default main context, as do all callbacks. An application that does not run
+ * that context declares and sends nothing.
+ *
+ * A NULL handle, type or declaration or an id of 0 is a critical that names the function, and FALSE,
+ * 0 or NULL, where a function does not say otherwise. Errors are of the domain "event-error-quark";
+ * an error argument that is already set is cleared, set to code 10 "Error object already set", and
+ * the call fails. Errors handed to a callback belong to it: g_error_free().
+ */
+#pragma once
+
+#include <qandor/api.h>
+#include <qandor/event.h>
+#include <qandor/eventdeclaration.h>
+#include <qandor/producer.h>
+
+#include <glib.h>
+
+G_BEGIN_DECLS
+
+typedef struct event_producer event_producer;
+
+/** Tells how the connection was made; @error is NULL for success and belongs to the callee. */
+typedef void (*event_producer_setup_callback)(event_producer *event_producer, gpointer user_data,
+                                              GError *error);
+
+/** Tells that a declaration is about to be sent. */
+typedef void (*event_producer_declared_callback)(guint32 local_id, gpointer user_data);
+
+/** Tells that a declaration was undeclared; @error is NULL for success and belongs to the callee. */
+typedef void (*event_producer_undeclared_callback)(guint32 local_id, gpointer user_data,
+                                                   GError *error);
+
+/**
+ * Tells that an event was sent; @error is NULL for success and belongs to the callee. @event is the
+ * pointer that was given to the send function, to know the event by: it may be freed already.
+ */
+typedef void (*event_producer_sent_callback)(guint32 local_id, event *event, gpointer user_data,
+                                             GError *error);
+
+/** Tells that a producer is gone. The pointer is to know it by and must not be used. */
+typedef void (*event_producer_freed_callback)(event_producer *event_producer, gpointer user_data);
+
+/** event_producer_new_full() without a callback. */
+QANDOR_API event_producer *event_producer_new(const char *name);
+
+/**
+ * Returns a new producer at once; it connects later. A connection that fails is logged as a critical.
+ * @ids_callback (or NULL) is told which declarations have subscribers whenever one gets its first or
+ * loses its last.
+ */
+QANDOR_API event_producer *event_producer_new_full(const char *name,
+                                                   producer_ids_callback ids_callback,
+                                                   gpointer user_data);
+
+/**
+ * Frees the producer, once all that was queued before has run: events that were sent arrive. No
+ * callback of a declaration or subscription is called from now on. The main context has to go on
+ * for that. NULL is ignored.
+ */
+QANDOR_API void event_producer_free(event_producer *event_producer);
+
+/** event_producer_declare_and_notify() without a callback. */
+QANDOR_API guint32 event_producer_declare(event_producer *event_producer,
+                                          event_declaration *declaration);
+
+/**
+ * Declares an event type. Returns its local id, or 0 with a warning, for an external declaration
+ * that has no value for "topic0". The declaration stays the caller's. @notify_callback (or NULL) is
+ * called once when the event switch has finished with the declaration.
+ */
+QANDOR_API guint32 event_producer_declare_and_notify(event_producer *event_producer,
+                                                     event_declaration *declaration,
+                                                     producer_complete_callback notify_callback,
+                                                     gpointer user_data);
+
+/**
+ * Whether the event switch has given the declaration its global id, which events need; a property's
+ * do not.
+ */
+QANDOR_API gboolean event_producer_declaration_complete(event_producer *event_producer,
+                                                        guint32 local_declare_id);
+
+/** event_producer_undeclare_and_notify() without a callback. */
+QANDOR_API gboolean event_producer_undeclare(event_producer *event_producer,
+                                             guint32 local_declare_id);
+
+/**
+ * Takes a declaration back. Returns whether it was known. It is gone for the caller at once, so an
+ * event that was queued before and has not been sent yet fails with code 4. @callback (or NULL) is
+ * called in any case, with code 4 for an unknown id.
+ */
+QANDOR_API gboolean event_producer_undeclare_and_notify(event_producer *event_producer,
+                                                        guint32 local_declare_id,
+                                                        event_producer_undeclared_callback callback,
+                                                        gpointer user_data);
+
+/** Returns a new event of the declaration, ready to be filled, or NULL for an unknown id. */
+QANDOR_API event *event_producer_prepare_event(event_producer *event_producer,
+                                               guint32 local_declare_id);
+
+/** event_producer_send_event() without an error. */
+QANDOR_API gboolean event_producer_send_event_async(event_producer *event_producer, event *event);
+
+/**
+ * Sends a copy of the event, stamped with the current time unless it has one; the event stays the
+ * caller's. FALSE with an error when it cannot be sent: code 4 while the event switch has not given
+ * the declaration its global id (a property's state is remembered and sent later), 6 when keys are
+ * unset, 0 for a NULL producer or event.
+ */
+QANDOR_API gboolean event_producer_send_event(event_producer *event_producer, event *event,
+                                              GError **error);
+
+/**
+ * Asks the event switch to install a declaration as a type that can be declared by its name.
+ * Returns TRUE at once; @callback (or NULL) tells how it went.
+ */
+QANDOR_API gboolean event_producer_add_declaration(event_producer *event_producer,
+                                                   const char *type,
+                                                   event_declaration *declaration,
+                                                   producer_declaration_callback callback,
+                                                   gpointer user_data);
+
+/** Asks the event switch to remove an installed type, as event_producer_add_declaration() does. */
+QANDOR_API gboolean event_producer_remove_declaration(event_producer *event_producer,
+                                                      const char *type,
+                                                      producer_declaration_callback callback,
+                                                      gpointer user_data);
+
+/** A new handle that is not set up. These operations are what the calls above are made of. */
+QANDOR_API event_producer *event_producer_int_new_empty(void);
+
+/** Sets a handle up and queues its connecting. @name is copied. */
+QANDOR_API void event_producer_int_setup(event_producer *event_producer, const char *name,
+                                         event_producer_setup_callback setup_callback,
+                                         producer_ids_callback ids_callback, gpointer user_data);
+
+/** Frees the handle as event_producer_free() does, then calls @callback. NULL is fatal. */
+QANDOR_API void event_producer_int_free(event_producer *event_producer,
+                                        event_producer_freed_callback callback,
+                                        gpointer user_data);
+
+/** Returns a local id for the declaration, or 0 with an error. */
+QANDOR_API guint32 event_producer_int_get_decl_id(event_producer *event_producer,
+                                                  event_declaration *declaration, GError **error);
+
+/** Files a copy of the declaration under the id, prepares its event and queues the declaring. */
+QANDOR_API void event_producer_int_declare(event_producer *event_producer,
+                                           event_declaration *declaration, guint32 local_decl_id,
+                                           event_producer_declared_callback declared_callback,
+                                           producer_complete_callback notify_callback,
+                                           gpointer user_data);
+
+/** Takes the declaration back at once and queues the undeclaring. */
+QANDOR_API gboolean event_producer_int_undeclare(event_producer *event_producer,
+                                                 guint32 local_declare_id,
+                                                 event_producer_undeclared_callback callback,
+                                                 gpointer user_data);
+
+/**
+ * Checks the event and queues its sending, also when a check failed: then only the callback runs.
+ * @copy is a copy of the event that is taken over.
+ */
+QANDOR_API gboolean event_producer_int_send_event(event_producer *event_producer, event *event,
+                                                  struct event *copy,
+                                                  event_producer_sent_callback callback,
+                                                  gpointer user_data, GError **error);
+
+G_END_DECLS

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "bus/methodcall.hpp"
+
+#include "bus/callwindow.hpp"
+#include "platform/check.hpp"
+#include "platform/log.hpp"
+
+namespace qandor {
+namespace {
+
+// What sd-bus and the queue keep for a message besides its bytes, about.
+constexpr std::size_t overhead = 1024;
+
+} // namespace
+
+MethodCall::MethodCall(sd_bus *bus, const Method &method) : bus_(bus), size_(overhead)
+{
+    sd_bus_message *made = nullptr;
+    int r = sd_bus_message_new_method_call(bus, &made, method.destination, method.path,
+                                           method.interface, method.member);
+    check(r);
+    message_.reset(made);
+}
+
+void MethodCall::check(int r)
+{
+    CHECK(r >= 0);
+}
+
+MethodCall &MethodCall::append_bytes(const Bytes &bytes)
+{
+    check(sd_bus_message_append_array(message_.get(), 'y', bytes.data, bytes.length));
+    size_ += bytes.length;
+    return *this;
+}
+
+void MethodCall::send(sd_bus_message_handler_t callback, void *userdata, const CallTraits &traits)
+{
+    if (std::shared_ptr<CallWindow> window = CallWindow::find(bus_)) {
+        window->call({std::move(message_), callback, userdata, size_, traits});
+        return;
+    }
+    sd_bus_message *message = message_.get();
+    int r = sd_bus_call_async(bus_, nullptr, message, callback, userdata, call_timeout_usec);
+    if (r < 0)
+        log_warning("Failed to call %s.%s: %d", sd_bus_message_get_interface(message),
+                    sd_bus_message_get_member(message), r);
+}
+
+int MethodCall::send_and_wait(sd_bus_error *error, sd_bus_message **reply)
+{
+    return sd_bus_call(bus_, message_.get(), call_timeout_usec, error, reply);
+}
+
+} // namespace qandor

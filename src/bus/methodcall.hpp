@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// What all client stubs have in common: building a method call and sending it.
+#pragma once
+
+#include "bus/callqueue.hpp"
+#include "platform/owners.hpp"
+
+#include <glib.h>
+
+namespace qandor {
+
+constexpr guint64 call_timeout_usec = 60 * G_USEC_PER_SEC;
+
+struct Method {
+    const char *destination;
+    const char *path;
+    const char *interface;
+    const char *member;
+};
+
+struct Bytes {
+    const guint8 *data;
+    gsize length;
+};
+
+// A call under construction. What cannot be built ends the process.
+class MethodCall {
+public:
+    MethodCall(sd_bus *bus, const Method &method);
+
+    template <class... Arguments> MethodCall &append(const char *types, Arguments... arguments)
+    {
+        check(sd_bus_message_append(message_.get(), types, arguments...));
+        return *this;
+    }
+    MethodCall &append_bytes(const Bytes &bytes);
+
+    // Sends it through the connection's window.
+    void send(sd_bus_message_handler_t callback, void *userdata, const CallTraits &traits = {});
+    // Sends it past the window, of which one call at a time leaves enough room, and waits.
+    int send_and_wait(sd_bus_error *error, sd_bus_message **reply);
+
+private:
+    static void check(int r);
+
+    sd_bus *bus_;
+    BusMessageOwner message_;
+    std::size_t size_;
+};
+
+} // namespace qandor

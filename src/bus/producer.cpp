@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The Producer type: its life, from the first connection to the last farewell.
+
+#include "bus/producer.hpp"
+
+#include "bus/errors.hpp"
+#include "platform/check.hpp"
+
+#include <qandor/switchbusclient.h>
+
+#include <mutex>
+
+using namespace qandor;
+
+struct _Producer {
+    GObject parent_instance;
+    ProducerState *state;
+};
+
+struct _ProducerClass {
+    GObjectClass parent_class;
+};
+
+G_DEFINE_TYPE(Producer, producer, G_TYPE_OBJECT)
+
+ProducerState &qandor::state_of(Producer *self)
+{
+    return *self->state;
+}
+
+ProducerState::ProducerState(Producer *instance)
+{
+    TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));
+    presence.object = object.get();
+}
+
+static void producer_init(Producer *self)
+{
+    self->state = new ProducerState(self);
+}
+
+static void producer_finalize(GObject *object)
+{
+    auto *self = reinterpret_cast<Producer *>(object);
+    {
+        std::lock_guard lock(self->state->mutex);
+        self->state->presence.disconnect();
+    }
+    delete self->state;
+    G_OBJECT_CLASS(producer_parent_class)->finalize(object);
+}
+
+static void producer_class_init(ProducerClass *producer_class)
+{
+    G_OBJECT_CLASS(producer_class)->finalize = producer_finalize;
+}
+
+Producer *producer_new(const gchar *name, producer_ids_callback subscriptions_changed,
+                       gpointer user_data)
+{
+    auto *self = static_cast<Producer *>(g_object_new(QANDOR_TYPE_PRODUCER, nullptr));
+    ProducerState &state = state_of(self);
+    state.presence.name = name ? name : "";
+    state.subscriptions_changed = subscriptions_changed;
+    state.user_data = user_data;
+    return self;
+}
+
+static void producer_online_handler(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.come_online();
+}
+
+static void producer_offline_handler(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.go_offline();
+}
+
+gboolean producer_init_dbus(Producer *self, GError **error)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    CHECK(error != NULL && *error == NULL);
+    if (state.presence.connect(error) < 0)
+        return FALSE;
+
+    int r = serve_producer(state, self);
+    if (r < 0) {
+        set_bus_error(error, r, "Failed to register producer server");
+        return FALSE;
+    }
+    r = state.presence.watch(producer_online_handler, producer_offline_handler, self);
+    if (r < 0) {
+        set_bus_error(error, r, "Producer failed to watch bus driver");
+        return FALSE;
+    }
+    state.declare_all();
+    return *error == nullptr;
+}
+
+void producer_send_disconnect(Producer *self)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    com_vemo_Event_Switch_Producer_disconnect_async(
+        state.presence.bus, state.presence.object.c_str(), ignore_answer, nullptr);
+}
+
+void producer_prepare_free(Producer *self)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    state.subscriptions_changed = nullptr;
+    for (auto &[local_id, data] : state.declared_events)
+        drop_property_callback(*data->declaration);
+}

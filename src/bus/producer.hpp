@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// What a Producer instance keeps. Its lock is held by whoever touches anything of it.
+#pragma once
+
+#include "bus/buspresence.hpp"
+#include "bus/sendtickets.hpp"
+#include "messages/event.hpp"
+#include "messages/eventdeclaration.hpp"
+#include "messages/subscribeexpression.hpp"
+#include "platform/owners.hpp"
+
+#include <qandor/producer.h>
+
+#include <list>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+struct decl_data {
+    std::unique_ptr<event_declaration> declaration;
+    bool declared = false; // sent since the switch last went away
+    guint64 sending = 0;   // which sending that was
+    producer_complete_callback complete_cb = nullptr;
+    gpointer complete_data = nullptr;
+    std::unique_ptr<event> cached_event; // a property's last state
+    // What the switch has forwarded, in the order in which it came.
+    std::vector<std::unique_ptr<subscribe_expression>> subscriptions;
+
+    bool has_visible_subscription() const;
+    void cache(std::unique_ptr<event> event);
+    // Files the ids that came after the state was remembered.
+    void fill_ids_of_cached_event();
+    void forget_switch();
+};
+
+namespace qandor {
+
+class ProducerState {
+public:
+    explicit ProducerState(Producer *instance);
+
+    decl_data *find(guint32 local_id);
+    void declare(guint32 local_id, decl_data &data);
+    void declare_all();
+    void tell_to_forget(guint32 global_id);
+    void notify_subscriptions_changed();
+    void send_property(decl_data &data, guint32 subscription_id);
+
+    void add_type(const gchar *type, const event_declaration *declaration,
+                  producer_declaration_callback callback, gpointer callback_data);
+    void remove_type(const gchar *type, producer_declaration_callback callback,
+                     gpointer callback_data);
+
+    void come_online() { declare_all(); }
+    void go_offline();
+
+    RecursiveMutex mutex;
+    BusPresence presence;
+    producer_ids_callback subscriptions_changed = nullptr;
+    gpointer user_data = nullptr;
+    std::unordered_map<guint32, std::unique_ptr<decl_data>> declared_events;
+
+private:
+    // Whom to tell how installing or removing a type went. Those that are never answered end with
+    // the producer.
+    struct TypeRequest {
+        ProducerState *owner;
+        std::string type;
+        producer_declaration_callback callback;
+        gpointer user_data;
+        std::list<TypeRequest>::iterator place;
+    };
+
+    static int receive_declare_answer(sd_bus_message *reply, void *ticket, sd_bus_error *error);
+    static int receive_type_answer(sd_bus_message *reply, void *request, sd_bus_error *error);
+    void *new_type_request(const gchar *type, producer_declaration_callback callback,
+                           gpointer callback_data);
+
+    SendTickets<ProducerState> tickets_;
+    std::list<TypeRequest> type_requests_;
+};
+
+ProducerState &state_of(Producer *self);
+
+// Serves the instance's object; a negative errno on failure.
+int serve_producer(ProducerState &state, Producer *self);
+
+// One event on its way to its subscribers: it is serialized when the first one is found, once.
+class Delivery {
+public:
+    Delivery(sd_bus *bus, const event &event) : bus_(bus), event_(event) {}
+    void to(const subscribe_expression &subscription);
+
+private:
+    sd_bus *bus_;
+    const event &event_;
+    ArrayOwner bytes_;
+};
+
+} // namespace qandor

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A producer's events on their way to the subscribers.
+
+#include "bus/producer.hpp"
+
+#include "bus/consumerbusclient.hpp"
+#include "bus/errors.hpp"
+#include "platform/check.hpp"
+
+#include <algorithm>
+#include <mutex>
+
+using namespace qandor;
+
+void Delivery::to(const subscribe_expression &subscription)
+{
+    if (!bytes_)
+        bytes_.reset(event_serialize(&event_));
+    CallTraits traits;
+    traits.kind = event_.property ? CallTraits::Kind::PropertyEvent : CallTraits::Kind::Event;
+    traits.declaration = event_.local_id;
+    traits.token = subscription.consumer_token;
+    ConsumerAddress address{subscription.dbus_service.c_str(), subscription.dbus_object.c_str(),
+                            subscription.consumer_token};
+    call_consumer_event(bus_, address,
+                        {reinterpret_cast<const guint8 *>(bytes_->data), bytes_->len}, traits,
+                        ignore_answer, nullptr);
+}
+
+void decl_data::fill_ids_of_cached_event()
+{
+    if (cached_event->global_id == 0)
+        cached_event->global_id = declaration->global_id;
+    if (cached_event->producer_id == 0)
+        cached_event->producer_id = declaration->producer_id;
+}
+
+void ProducerState::send_property(decl_data &data, guint32 subscription_id)
+{
+    if (!data.declaration->property || !data.cached_event)
+        return;
+    data.fill_ids_of_cached_event();
+    const event *event = data.cached_event.get();
+    if (event->global_id == 0)
+        return;
+    CHECK(event_is_complete(event));
+    auto subscription = std::find_if(
+        data.subscriptions.begin(), data.subscriptions.end(),
+        [subscription_id](const auto &expression) { return expression->id == subscription_id; });
+    if (subscription != data.subscriptions.end() && event_contains(event, subscription->get()))
+        Delivery(presence.bus, *event).to(**subscription);
+}
+
+void producer_fill_global_event_data(Producer *self, event *event)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    decl_data *data = state.find(event_get_local_id(event));
+    if (!data)
+        return;
+    event->global_id = data->declaration->global_id;
+    event->producer_id = data->declaration->producer_id;
+}
+
+gboolean producer_send_event(Producer *self, const event *event, GError **error)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    CHECK(event != NULL);
+    CHECK(error == NULL || *error == NULL);
+    decl_data *data = state.find(event->local_id);
+    if (!data) {
+        set_event_error(error, EventError::NotDeclared,
+                        "The local declare id of the event is not registered.");
+        return FALSE;
+    }
+    if (event->property)
+        data->cache(std::unique_ptr<struct event>(event_copy(event)));
+
+    Delivery delivery(state.presence.bus, *event);
+    for (const auto &subscription : data->subscriptions)
+        if (event_contains(event, subscription.get()))
+            delivery.to(*subscription);
+    return TRUE;
+}

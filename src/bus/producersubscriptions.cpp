@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The subscriptions that the switch forwards to a producer.
+
+#include "bus/producer.hpp"
+
+#include <algorithm>
+#include <mutex>
+
+using namespace qandor;
+
+bool decl_data::has_visible_subscription() const
+{
+    return std::any_of(subscriptions.begin(), subscriptions.end(),
+                       [](const auto &expression) { return !expression->clandestine; });
+}
+
+void decl_data::forget_switch()
+{
+    subscriptions.clear();
+    declared = false;
+    declaration->global_id = 0;
+    declaration->producer_id = 0;
+    // A state that is sent again later carries the ids that are valid then.
+    if (cached_event) {
+        cached_event->global_id = 0;
+        cached_event->producer_id = 0;
+    }
+}
+
+void ProducerState::notify_subscriptions_changed()
+{
+    if (!subscriptions_changed)
+        return;
+    ArrayOwner local_ids(g_array_new(FALSE, FALSE, sizeof(guint32)));
+    for (const auto &[local_id, data] : declared_events)
+        if (data->has_visible_subscription())
+            g_array_append_val(local_ids.get(), local_id);
+    subscriptions_changed(local_ids.get(), user_data);
+}
+
+void ProducerState::go_offline()
+{
+    bool was_visible = false;
+    for (auto &[local_id, data] : declared_events) {
+        was_visible = was_visible || data->has_visible_subscription();
+        data->forget_switch();
+    }
+    if (was_visible)
+        notify_subscriptions_changed();
+}
+
+void producer_receive_subscribe(Producer *self, GArray *array, guint32 local_id)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    decl_data *data = state.find(local_id);
+    if (!data)
+        return;
+    std::unique_ptr<subscribe_expression> expression(subscribe_expression_deserialize(array));
+    guint32 subscription_id = expression->id;
+    bool is_first = !expression->clandestine && !data->has_visible_subscription();
+    data->subscriptions.push_back(std::move(expression));
+    if (is_first)
+        state.notify_subscriptions_changed();
+
+    // The application may have undeclared meanwhile.
+    data = state.find(local_id);
+    if (data)
+        state.send_property(*data, subscription_id);
+}
+
+void producer_receive_refresh_property(Producer *self, guint32 subscription_id, guint32 local_id)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    if (decl_data *data = state.find(local_id))
+        state.send_property(*data, subscription_id);
+}
+
+void producer_receive_unsubscribe(Producer *self, guint32 subscription_id, guint32 local_id)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    decl_data *data = state.find(local_id);
+    if (!data)
+        return;
+    bool was_visible = data->has_visible_subscription();
+    auto gone = std::find_if(
+        data->subscriptions.begin(), data->subscriptions.end(),
+        [subscription_id](const auto &expression) { return expression->id == subscription_id; });
+    if (gone != data->subscriptions.end())
+        data->subscriptions.erase(gone);
+    if (was_visible && !data->has_visible_subscription())
+        state.notify_subscriptions_changed();
+}

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/book.hpp"
+
+#include <qandor/serialize.h>
+
+namespace qandor {
+namespace {
+
+// A stock bus carries messages of at most 32 MiB, and the answer that lists all declarations must
+// always fit into one.
+constexpr std::size_t max_stored_bytes = 24 << 20;
+
+bool matches(const Declaration &declaration, const Subscription &subscription)
+{
+    return event_declaration_contains(declaration.record.get(), subscription.record.get());
+}
+
+std::string bytes_of(const event_declaration *record)
+{
+    ArrayOwner array(event_declaration_serialize(record));
+    return {array->data, array->len};
+}
+
+} // namespace
+
+bool Book::has_room_for(std::size_t bytes) const
+{
+    return stored_bytes_ + bytes <= max_stored_bytes;
+}
+
+Book::Producer &Book::producer_at(const PeerAddress &address)
+{
+    auto [place, is_new] = producers_.try_emplace(address);
+    if (is_new) {
+        place->second.id = next_id(last_producer_id_, producer_ids_);
+        producer_ids_.emplace(place->second.id, address);
+    }
+    return place->second;
+}
+
+const Declaration &Book::declare(const PeerAddress &address, DeclarationOwner record)
+{
+    Producer &producer = producer_at(address);
+    guint32 local_id = event_declaration_get_local_id(record.get());
+    auto replaced = producer.global_ids.find(local_id);
+    if (replaced != producer.global_ids.end())
+        remove_declaration(replaced->second);
+
+    guint32 global_id = next_id(last_global_id_, declarations_);
+    event_declaration_set_global_id(record.get(), global_id);
+    event_declaration_set_producer_id(record.get(), producer.id);
+    std::string bytes = bytes_of(record.get());
+    stored_bytes_ += bytes.size();
+    producer.global_ids[local_id] = global_id;
+    Declaration declaration{global_id, local_id,          producer.id,
+                            address,   std::move(record), std::move(bytes)};
+    return declarations_.emplace(global_id, std::move(declaration)).first->second;
+}
+
+void Book::announce(const Declaration &declaration)
+{
+    post_.global_declare_id(declaration);
+    for (const auto &[id, subscription] : subscriptions_) {
+        if (!matches(declaration, subscription))
+            continue;
+        post_.subscribe(declaration, subscription);
+        post_.notify(subscription, declaration, NOTIFY_DECLARATION_ADDED);
+    }
+    post_.declaration_complete(declaration);
+}
+
+void Book::remove_declaration(guint32 global_id)
+{
+    auto node = declarations_.extract(global_id);
+    const Declaration &declaration = node.mapped();
+    stored_bytes_ -= declaration.bytes.size();
+    producers_.at(declaration.producer).global_ids.erase(declaration.local_id);
+    for (const auto &[id, subscription] : subscriptions_)
+        if (matches(declaration, subscription))
+            post_.notify(subscription, declaration, NOTIFY_DECLARATION_REMOVED);
+}
+
+void Book::undeclare(const PeerAddress &producer, guint32 global_id)
+{
+    auto found = declarations_.find(global_id);
+    if (found != declarations_.end() && found->second.producer == producer)
+        remove_declaration(global_id);
+}
+
+void Book::disconnect_producer(const PeerAddress &address)
+{
+    auto found = producers_.find(address);
+    if (found == producers_.end())
+        return;
+    while (!found->second.global_ids.empty())
+        remove_declaration(found->second.global_ids.begin()->second);
+    producer_ids_.erase(found->second.id);
+    producers_.erase(found);
+}
+
+guint32 Book::new_subscription_id()
+{
+    return next_id(last_subscription_id_, subscriptions_);
+}
+
+const Subscription &Book::subscribe(const PeerAddress &address, guint32 token,
+                                    ExpressionOwner record)
+{
+    Consumer &consumer = consumers_[address];
+    auto replaced = consumer.subscription_ids.find(token);
+    if (replaced != consumer.subscription_ids.end())
+        remove_subscription(replaced->second);
+
+    guint32 id = new_subscription_id();
+    subscribe_expression_set_id(record.get(), id);
+    subscribe_expression_set_dbus_service(record.get(), address.name.c_str());
+    subscribe_expression_set_dbus_object(record.get(), address.object.c_str());
+    subscribe_expression_set_consumer_token(record.get(), token);
+    consumer.subscription_ids[token] = id;
+    Subscription subscription{id, token, address, std::move(record)};
+    return subscriptions_.emplace(id, std::move(subscription)).first->second;
+}
+
+void Book::announce(const Subscription &subscription)
+{
+    for (const auto &[global_id, declaration] : declarations_) {
+        if (!matches(declaration, subscription))
+            continue;
+        post_.subscribe(declaration, subscription);
+        post_.notify(subscription, declaration, NOTIFY_DECLARATION_ADDED);
+    }
+}
+
+void Book::remove_subscription(guint32 id)
+{
+    auto node = subscriptions_.extract(id);
+    const Subscription &subscription = node.mapped();
+    consumers_.at(subscription.consumer).subscription_ids.erase(subscription.token);
+    for (const auto &[global_id, declaration] : declarations_)
+        if (matches(declaration, subscription))
+            post_.unsubscribe(declaration, id);
+}
+
+const Subscription *Book::find_subscription(const PeerAddress &address, guint32 token) const
+{
+    auto consumer = consumers_.find(address);
+    if (consumer == consumers_.end())
+        return nullptr;
+    auto id = consumer->second.subscription_ids.find(token);
+    return id == consumer->second.subscription_ids.end() ? nullptr : &subscriptions_.at(id->second);
+}
+
+void Book::unsubscribe(const PeerAddress &consumer, guint32 token)
+{
+    if (const Subscription *subscription = find_subscription(consumer, token))
+        remove_subscription(subscription->id);
+}
+
+void Book::refresh_property(const PeerAddress &consumer, guint32 token)
+{
+    const Subscription *subscription = find_subscription(consumer, token);
+    if (!subscription)
+        return;
+    for (const Declaration *declaration : find_properties(subscription->record.get()))
+        post_.refresh_property(*declaration, subscription->id);
+}
+
+void Book::disconnect_consumer(const PeerAddress &address)
+{
+    auto found = consumers_.find(address);
+    if (found == consumers_.end())
+        return;
+    while (!found->second.subscription_ids.empty())
+        remove_subscription(found->second.subscription_ids.begin()->second);
+    consumers_.erase(found);
+}
+
+void Book::forget_peer(const std::string &name)
+{
+    // The objects of one name stand side by side.
+    auto of_name = [&name](auto &peers) { return peers.lower_bound(PeerAddress{name, ""}); };
+    for (auto at = of_name(producers_); at != producers_.end() && at->first.name == name;
+         at = of_name(producers_))
+        disconnect_producer(PeerAddress(at->first));
+    for (auto at = of_name(consumers_); at != consumers_.end() && at->first.name == name;
+         at = of_name(consumers_))
+        disconnect_consumer(PeerAddress(at->first));
+}
+
+std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const
+{
+    std::vector<const Declaration *> found;
+    for (const auto &[global_id, declaration] : declarations_)
+        if (event_declaration_is_property(declaration.record.get()) &&
+            event_declaration_contains(declaration.record.get(), expression))
+            found.push_back(&declaration);
+    return found;
+}
+
+std::string Book::list_declarations() const
+{
+    guint32 count = GUINT32_TO_LE(static_cast<guint32>(declarations_.size()));
+    std::string list(reinterpret_cast<const char *>(&count), sizeof count);
+    list.reserve(list.size() + stored_bytes_);
+    for (const auto &[global_id, declaration] : declarations_)
+        list += declaration.bytes;
+    return list;
+}
+
+} // namespace qandor

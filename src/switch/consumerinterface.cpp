@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// What consumers and those who look around call.
+
+#include "switch/request.hpp"
+#include "switch/service.hpp"
+
+namespace qandor {
+namespace {
+
+Service &service_of(void *userdata)
+{
+    return *static_cast<Service *>(userdata);
+}
+
+int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Service &service = service_of(userdata);
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    request.read_text(); // the name the consumer gave itself is for those who look inside
+    guint32 token = request.read_number();
+    if (!request.read_record(RecordKind::SubscribeExpression))
+        return request.refusal();
+    ExpressionOwner record(subscribe_expression_deserialize(request.record()));
+    const Subscription &subscription = service.book.subscribe(peer, token, std::move(record));
+    int r = request.answer();
+    service.book.announce(subscription);
+    return r;
+}
+
+// The calls that name a subscription by its token.
+int with_token(sd_bus_message *call, void *userdata,
+               void (Book::*effect)(const PeerAddress &, guint32))
+{
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    guint32 token = request.read_number();
+    int r = request.answer();
+    (service_of(userdata).book.*effect)(peer, token);
+    return r;
+}
+
+int unsubscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    return with_token(call, userdata, &Book::unsubscribe);
+}
+
+int refresh_property(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    return with_token(call, userdata, &Book::refresh_property);
+}
+
+int disconnect(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    int r = request.answer();
+    service_of(userdata).book.disconnect_consumer(peer);
+    return r;
+}
+
+int get_property_state(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    if (!request.read_record(RecordKind::SubscribeExpression))
+        return request.refusal();
+    ExpressionOwner expression(subscribe_expression_deserialize(request.record()));
+    service_of(userdata).questions.ask(call, expression.get());
+    return 1;
+}
+
+int get_all_declarations(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    return Request(call).answer_bytes(service_of(userdata).book.list_declarations());
+}
+
+int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    return Request(call).answer_bytes(service_of(userdata).folders.list());
+}
+
+} // namespace
+
+const sd_bus_vtable consumer_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Subscribe", "ssuay", nullptr, subscribe, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Unsubscribe", "su", nullptr, unsubscribe, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RefreshProperty", "su", nullptr, refresh_property, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Disconnect", "s", nullptr, disconnect, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetPropertyState", "ay", "ay", get_property_state, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+const sd_bus_vtable query_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("GetAllDeclarations", "", "ay", get_all_declarations,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetDeclarationTypes", "", "ay", get_declaration_types,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+} // namespace qandor

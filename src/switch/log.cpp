@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/log.hpp"
+
+#include <systemd/sd-journal.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+namespace qandor {
+namespace {
+
+LogLevel highest = LogLevel::Info;
+
+void write_line(LogLevel level, const char *line)
+{
+    if (level > highest)
+        return;
+    if (std::getenv("JOURNAL_STREAM"))
+        sd_journal_print(static_cast<int>(level), "%s", line);
+    else
+        std::fprintf(stderr, "event-switch: %s\n", line);
+}
+
+void write_library_line(const gchar *, GLogLevelFlags flags, const gchar *message, gpointer)
+{
+    bool is_notice = flags & (G_LOG_LEVEL_MESSAGE | G_LOG_LEVEL_INFO | G_LOG_LEVEL_DEBUG);
+    write_line(is_notice ? LogLevel::Info : LogLevel::Warning, message);
+}
+
+} // namespace
+
+std::optional<LogLevel> parse_log_level(std::string_view name)
+{
+    if (name == "error")
+        return LogLevel::Error;
+    if (name == "warning")
+        return LogLevel::Warning;
+    if (name == "info")
+        return LogLevel::Info;
+    if (name == "debug")
+        return LogLevel::Debug;
+    return std::nullopt;
+}
+
+void open_log(LogLevel level)
+{
+    highest = level;
+    g_log_set_default_handler(write_library_line, nullptr);
+}
+
+void log_line(LogLevel level, const char *format, ...)
+{
+    char line[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    write_line(level, line);
+}
+
+} // namespace qandor

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// event-switch: connects to the system bus, serves, takes the name when all is ready, and gives it
+// back when it is asked to stop.
+
+#include "switch/options.hpp"
+#include "switch/service.hpp"
+
+#include <qandor/switchbusclient.h>
+
+#include <systemd/sd-daemon.h>
+#include <systemd/sd-event.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+using namespace qandor;
+
+namespace {
+
+using BusOwner = Owner<sd_bus, sd_bus_flush_close_unref>;
+
+bool succeeds(int r, const char *what)
+{
+    if (r >= 0)
+        return true;
+    log_line(LogLevel::Error, "cannot %s: %s", what, std::strerror(-r));
+    return false;
+}
+
+int stop(sd_event_source *source, const signalfd_siginfo *, void *bus)
+{
+    sd_bus_release_name(static_cast<sd_bus *>(bus), DBUS_SERVICE_SWITCH);
+    return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
+}
+
+int lose_bus(sd_bus_message *, void *event, sd_bus_error *)
+{
+    log_line(LogLevel::Error, "the system bus has gone");
+    return sd_event_exit(static_cast<sd_event *>(event), EXIT_FAILURE);
+}
+
+bool watch_for_the_end(sd_event *event, sd_bus *bus)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return succeeds(sd_event_add_signal(event, nullptr, SIGTERM, stop, bus), "wait for SIGTERM") &&
+           succeeds(sd_event_add_signal(event, nullptr, SIGINT, stop, bus), "wait for SIGINT") &&
+           succeeds(sd_bus_match_signal(bus, nullptr, "org.freedesktop.DBus.Local",
+                                        "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                        "Disconnected", lose_bus, event),
+                    "watch the bus");
+}
+
+// The name is never handed over: whoever uses the switch wants to see it go and come.
+bool take_name(sd_bus *bus)
+{
+    int r = sd_bus_request_name(bus, DBUS_SERVICE_SWITCH, 0);
+    if (r != -EEXIST)
+        return succeeds(r, "take the name " DBUS_SERVICE_SWITCH);
+    log_line(LogLevel::Error, "another event switch has the name %s", DBUS_SERVICE_SWITCH);
+    return false;
+}
+
+int run(const Options &options)
+{
+    sd_event *event = nullptr;
+    if (!succeeds(sd_event_default(&event), "make an event loop"))
+        return EXIT_FAILURE;
+    EventLoopOwner event_owner(event);
+    sd_bus *bus = nullptr;
+    if (!succeeds(sd_bus_open_system(&bus), "connect to the system bus"))
+        return EXIT_FAILURE;
+    BusOwner bus_owner(bus);
+
+    Service service(bus, TypeFolders(options.types_read_only, options.types_writable));
+    if (!succeeds(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "attach the bus") ||
+        !watch_for_the_end(event, bus) || !succeeds(service.serve(), "serve") || !take_name(bus))
+        return EXIT_FAILURE;
+
+    sd_notify(0, "READY=1\nSTATUS=Serving");
+    log_line(LogLevel::Info, "serving %s", DBUS_SERVICE_SWITCH);
+    int status = sd_event_loop(event);
+    sd_notify(0, "STOPPING=1");
+    return status < 0 ? EXIT_FAILURE : status;
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    Options options;
+    if (!parse_options(count, arguments, options))
+        return EXIT_FAILURE;
+    open_log(options.log_level);
+    return run(options);
+}

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The command line of event-switch.
+#pragma once
+
+#include "switch/log.hpp"
+
+#include <string>
+
+namespace qandor {
+
+struct Options {
+    std::string types_read_only = "//usr/share/event/declarations.d";
+    std::string types_writable = "//etc/event_switch/declarations.d";
+    LogLevel log_level = LogLevel::Info;
+};
+
+// Fills options in, or says on standard error what is wrong and returns false. --help and --version
+// print what they promise and end the process.
+bool parse_options(int count, char **arguments, Options &options);
+
+} // namespace qandor

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// What producers call.
+
+#include "switch/request.hpp"
+#include "switch/service.hpp"
+
+namespace qandor {
+namespace {
+
+Service &service_of(void *userdata)
+{
+    return *static_cast<Service *>(userdata);
+}
+
+bool has_its_topic(event_declaration *declaration)
+{
+    return event_declaration_is_internal(declaration) ||
+           inspectable_get_value(event_declaration_get_inspectable(declaration), "topic0");
+}
+
+int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Service &service = service_of(userdata);
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    request.read_text(); // the name the producer gave itself is for those who look inside
+    if (!request.read_record(RecordKind::EventDeclaration))
+        return request.refusal();
+    if (!service.book.has_room_for(request.record()->len)) {
+        request.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many declarations are stored");
+        return request.refusal();
+    }
+    DeclarationOwner record(event_declaration_deserialize(request.record()));
+    if (!has_its_topic(record.get())) {
+        request.refuse(SD_BUS_ERROR_INVALID_ARGS,
+                       "An external declaration needs a value for 'topic0'");
+        return request.refusal();
+    }
+    const Declaration &declaration = service.book.declare(peer, std::move(record));
+    int r = request.answer();
+    service.book.announce(declaration);
+    return r;
+}
+
+int undeclare(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    guint32 global_id = request.read_number();
+    int r = request.answer();
+    service_of(userdata).book.undeclare(peer, global_id);
+    return r;
+}
+
+int disconnect(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    PeerAddress peer;
+    if (!request.read_peer(peer))
+        return request.refusal();
+    int r = request.answer();
+    service_of(userdata).book.disconnect_producer(peer);
+    return r;
+}
+
+int answer_type_result(Request &request, TypeResult result)
+{
+    switch (result) {
+    case TypeResult::Done:
+        return request.answer();
+    case TypeResult::BadName:
+        request.refuse(SD_BUS_ERROR_INVALID_ARGS,
+                       "A type's name is 1 to 128 letters, digits, '.', '_' and '-' and does not "
+                       "begin with '.'");
+        break;
+    case TypeResult::Exists:
+        request.refuse(SD_BUS_ERROR_FILE_EXISTS, "The type is part of the system");
+        break;
+    case TypeResult::NotFound:
+        request.refuse(SD_BUS_ERROR_FILE_NOT_FOUND, "There is no such type");
+        break;
+    case TypeResult::ReadOnly:
+        request.refuse(SD_BUS_ERROR_ACCESS_DENIED, "The type is part of the system");
+        break;
+    case TypeResult::Failed:
+        request.refuse(SD_BUS_ERROR_IO_ERROR, "The folder of types cannot be written");
+        break;
+    }
+    return request.refusal();
+}
+
+int add_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    if (!request.check_sender_is_trusted())
+        return request.refusal();
+    std::string type = request.read_text();
+    if (!request.read_record(RecordKind::EventDeclaration))
+        return request.refusal();
+    DeclarationOwner record(event_declaration_deserialize(request.record()));
+    return answer_type_result(request, service_of(userdata).folders.add(type, record.get()));
+}
+
+int remove_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    if (!request.check_sender_is_trusted())
+        return request.refusal();
+    return answer_type_result(request, service_of(userdata).folders.remove(request.read_text()));
+}
+
+} // namespace
+
+const sd_bus_vtable producer_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Declare", "ssay", nullptr, declare, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Undeclare", "su", nullptr, undeclare, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Disconnect", "s", nullptr, disconnect, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("AddDeclaration", "say", nullptr, add_declaration, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RemoveDeclaration", "s", nullptr, remove_declaration,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+} // namespace qandor

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/service.hpp"
+
+#include "switch/request.hpp"
+
+#include <qandor/consumerbusclient.h>
+#include <qandor/switchbusclient.h>
+
+namespace qandor {
+namespace {
+
+Service &service_of(void *userdata)
+{
+    return *static_cast<Service *>(userdata);
+}
+
+// The event that answers a question for a property's state.
+int receive_event(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Request request(call);
+    if (!request.read_record(RecordKind::Event))
+        return request.refusal();
+    guint32 token = request.read_number();
+    EventOwner event(event_deserialize(request.record()));
+    int r = request.answer();
+    service_of(userdata).questions.receive(event.get(), token);
+    return r;
+}
+
+const sd_bus_vtable question_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Event", "ayu", nullptr, receive_event, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+// Names that lose their owner: connections that are gone.
+int name_owner_changed(sd_bus_message *signal, void *userdata, sd_bus_error *)
+{
+    const char *name, *old_owner, *new_owner;
+    if (sd_bus_message_read(signal, "sss", &name, &old_owner, &new_owner) < 0)
+        return 0;
+    if (name[0] != ':' || *new_owner)
+        return 0;
+    Service &service = service_of(userdata);
+    service.questions.forget_peer(name);
+    service.book.forget_peer(name);
+    return 0;
+}
+
+constexpr const char *leaving_rule =
+    "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+    "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg2=''";
+
+} // namespace
+
+int Service::serve()
+{
+    struct {
+        const char *object;
+        const char *interface;
+        const sd_bus_vtable *vtable;
+    } served[] = {
+        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_PRODUCER, producer_vtable},
+        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_CONSUMER, consumer_vtable},
+        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_QUERY, query_vtable},
+        {PropertyQuestions::object, DBUS_INTERFACE_CONSUMER, question_vtable},
+    };
+    for (const auto &one : served) {
+        int r = sd_bus_add_object_vtable(bus, nullptr, one.object, one.interface, one.vtable, this);
+        if (r < 0)
+            return r;
+    }
+    return sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
+}
+
+} // namespace qandor

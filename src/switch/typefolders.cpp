@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/typefolders.hpp"
+
+#include "switch/log.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace qandor {
+namespace {
+
+constexpr std::size_t max_name = 128;
+constexpr std::string_view ending = ".xml";
+
+bool is_name_character(char character)
+{
+    return g_ascii_isalnum(character) || character == '.' || character == '_' || character == '-';
+}
+
+bool is_type_name(const std::string &type)
+{
+    return !type.empty() && type.size() <= max_name && type.front() != '.' &&
+           std::all_of(type.begin(), type.end(), is_name_character);
+}
+
+std::string path_of(const std::string &folder, const std::string &type)
+{
+    return folder + "/" + type + std::string(ending);
+}
+
+bool exists(const std::string &path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    ~Descriptor() { close(); }
+    int get() const { return number_; }
+    bool close()
+    {
+        return number_ < 0 || ::close(std::exchange(number_, -1)) == 0;
+    }
+
+private:
+    int number_;
+};
+
+bool write_all(int file, std::string_view text)
+{
+    while (!text.empty()) {
+        ssize_t written = write(file, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+bool sync_folder(const std::string &folder)
+{
+    Descriptor file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return file.get() >= 0 && fsync(file.get()) == 0;
+}
+
+// A file that is not finished has a name that is no type's, so that nobody reads it.
+bool replace_file(const std::string &folder, const std::string &path, std::string_view text)
+{
+    std::string unfinished = folder + "/.new-XXXXXX";
+    Descriptor file(mkostemp(unfinished.data(), O_CLOEXEC));
+    if (file.get() < 0)
+        return false;
+    bool written = write_all(file.get(), text) && fchmod(file.get(), 0644) == 0 &&
+                   fsync(file.get()) == 0 && file.close() &&
+                   rename(unfinished.c_str(), path.c_str()) == 0;
+    if (!written) {
+        int reason = errno;
+        unlink(unfinished.c_str());
+        errno = reason;
+        return false;
+    }
+    return sync_folder(folder);
+}
+
+TypeResult failed(const char *what, const std::string &path)
+{
+    log_line(LogLevel::Warning, "cannot %s %s: %s", what, path.c_str(), std::strerror(errno));
+    return TypeResult::Failed;
+}
+
+} // namespace
+
+TypeResult TypeFolders::add(const std::string &type, const event_declaration *declaration)
+{
+    if (!is_type_name(type))
+        return TypeResult::BadName;
+    if (exists(path_of(read_only_, type)))
+        return TypeResult::Exists;
+    std::string path = path_of(writable_, type);
+    TextOwner xml(event_declaration_serialize_xml(declaration));
+    return replace_file(writable_, path, xml.get()) ? TypeResult::Done : failed("write", path);
+}
+
+TypeResult TypeFolders::remove(const std::string &type)
+{
+    if (!is_type_name(type))
+        return TypeResult::BadName;
+    if (exists(path_of(read_only_, type)))
+        return TypeResult::ReadOnly;
+    std::string path = path_of(writable_, type);
+    if (unlink(path.c_str()) == 0)
+        return sync_folder(writable_) ? TypeResult::Done : failed("sync", writable_);
+    return errno == ENOENT ? TypeResult::NotFound : failed("remove", path);
+}
+
+// The file of each type, by name.
+std::map<std::string, std::string> TypeFolders::find_files() const
+{
+    std::map<std::string, std::string> files;
+    for (const std::string &folder : {read_only_, writable_}) {
+        std::error_code error;
+        for (const auto &entry : std::filesystem::directory_iterator(folder, error)) {
+            std::string name = entry.path().filename().string();
+            if (!name.ends_with(ending))
+                continue;
+            name.resize(name.size() - ending.size());
+            if (is_type_name(name))
+                files.try_emplace(name, entry.path().string());
+        }
+    }
+    return files;
+}
+
+const std::string &TypeFolders::read(const std::string &path)
+{
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    auto [place, is_new] = known_.try_emplace(path);
+    Known &known = place->second;
+    bool is_same = !is_new && known.number == status.st_ino && known.size == status.st_size &&
+                   known.changed.tv_sec == status.st_mtim.tv_sec &&
+                   known.changed.tv_nsec == status.st_mtim.tv_nsec;
+    if (is_same)
+        return known.bytes;
+
+    known = {status.st_mtim, status.st_size, status.st_ino, {}};
+    DeclarationOwner declaration(event_declaration_deserialize_xml_file(path.c_str()));
+    if (!declaration) {
+        log_line(LogLevel::Warning, "%s is no event declaration and is left out", path.c_str());
+        return known.bytes;
+    }
+    ArrayOwner bytes(event_declaration_serialize(declaration.get()));
+    known.bytes.assign(bytes->data, bytes->len);
+    return known.bytes;
+}
+
+std::string TypeFolders::list()
+{
+    std::map<std::string, std::string> files = find_files();
+    guint32 count = 0;
+    std::string list(sizeof count, '\0');
+    for (const auto &[type, path] : files) {
+        const std::string &bytes = read(path);
+        list += bytes;
+        count += !bytes.empty();
+    }
+    count = GUINT32_TO_LE(count);
+    std::memcpy(list.data(), &count, sizeof count);
+
+    std::erase_if(known_, [&files](const auto &known) {
+        return std::none_of(files.begin(), files.end(),
+                            [&known](const auto &file) { return file.second == known.first; });
+    });
+    return list;
+}
+
+} // namespace qandor
