@@ -88,9 +88,9 @@ QANDOR_API void consumer_send_disconnect(Consumer *self);
  * Asks the event switch for the state of a property and waits for it, for at most 60 s. NULL with
  * code 7 set when there is none.
  */
-QANDOR_API property_state *
-consumer_send_get_property_state(Consumer *self, const subscribe_expression *expression,
-                                 GError **error);
+QANDOR_API property_state *consumer_send_get_property_state(Consumer *self,
+                                                            const subscribe_expression *expression,
+                                                            GError **error);
 
 /** An event has come: serialized bytes for the subscription under the token. */
 QANDOR_API void consumer_receive_event(Consumer *self, GArray *array, guint32 token, guint32 uid);

@@ -136,8 +136,7 @@ QANDOR_API void event_consumer_int_setup(event_consumer *event_consumer, const c
 
 /** Frees the handle as event_consumer_free() does, then calls @callback. NULL is fatal. */
 QANDOR_API void event_consumer_int_free(event_consumer *event_consumer,
-                                        event_consumer_freed_callback callback,
-                                        gpointer user_data);
+                                        event_consumer_freed_callback callback, gpointer user_data);
 
 /**
  * Returns a token for a subscription, or 0 with an error. @event_callback is of the form that

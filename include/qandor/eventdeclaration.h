@@ -105,8 +105,7 @@ QANDOR_API guint32 event_declaration_get_local_id(const event_declaration *decla
  * fill the current state into an event; @callback_data stays the caller's. When @key is given it
  * is tagged "property-state"; FALSE when there is no such key.
  */
-QANDOR_API gboolean event_declaration_set_property(event_declaration *declaration,
-                                                   const gchar *key,
+QANDOR_API gboolean event_declaration_set_property(event_declaration *declaration, const gchar *key,
                                                    event_declaration_property_callback callback,
                                                    gpointer callback_data);
 

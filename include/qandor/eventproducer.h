@@ -12,10 +12,11 @@
  * that iterates the default main context, as do all callbacks. An application that does not run
  * that context declares and sends nothing.
  *
- * A NULL handle, type or declaration or an id of 0 is a critical that names the function, and FALSE,
- * 0 or NULL, where a function does not say otherwise. Errors are of the domain "event-error-quark";
- * an error argument that is already set is cleared, set to code 10 "Error object already set", and
- * the call fails. Errors handed to a callback belong to it: g_error_free().
+ * A NULL handle, type or declaration or an id of 0 is a critical that names the function, and
+ * FALSE, 0 or NULL, where a function does not say otherwise. Errors are of the domain
+ * "event-error-quark"; an error argument that is already set is cleared, set to code 10 "Error
+ * object already set", and the call fails. Errors handed to a callback belong to it:
+ * g_error_free().
  */
 #pragma once
 
@@ -37,7 +38,8 @@ typedef void (*event_producer_setup_callback)(event_producer *event_producer, gp
 /** Tells that a declaration is about to be sent. */
 typedef void (*event_producer_declared_callback)(guint32 local_id, gpointer user_data);
 
-/** Tells that a declaration was undeclared; @error is NULL for success and belongs to the callee. */
+/** Tells that a declaration was undeclared; @error is NULL for success and belongs to the callee.
+ */
 typedef void (*event_producer_undeclared_callback)(guint32 local_id, gpointer user_data,
                                                    GError *error);
 
@@ -55,13 +57,13 @@ typedef void (*event_producer_freed_callback)(event_producer *event_producer, gp
 QANDOR_API event_producer *event_producer_new(const char *name);
 
 /**
- * Returns a new producer at once; it connects later. A connection that fails is logged as a critical.
- * @ids_callback (or NULL) is told which declarations have subscribers whenever one gets its first or
- * loses its last.
+ * Returns a new producer at once; it connects later. A connection that fails is logged as a
+ * critical.
+ * @ids_callback (or NULL) is told which declarations have subscribers whenever one gets its first
+ * or loses its last.
  */
-QANDOR_API event_producer *event_producer_new_full(const char *name,
-                                                   producer_ids_callback ids_callback,
-                                                   gpointer user_data);
+QANDOR_API event_producer *
+event_producer_new_full(const char *name, producer_ids_callback ids_callback, gpointer user_data);
 
 /**
  * Frees the producer, once all that was queued before has run: events that were sent arrive. No
@@ -125,8 +127,7 @@ QANDOR_API gboolean event_producer_send_event(event_producer *event_producer, ev
  * Asks the event switch to install a declaration as a type that can be declared by its name.
  * Returns TRUE at once; @callback (or NULL) tells how it went.
  */
-QANDOR_API gboolean event_producer_add_declaration(event_producer *event_producer,
-                                                   const char *type,
+QANDOR_API gboolean event_producer_add_declaration(event_producer *event_producer, const char *type,
                                                    event_declaration *declaration,
                                                    producer_declaration_callback callback,
                                                    gpointer user_data);
@@ -147,8 +148,7 @@ QANDOR_API void event_producer_int_setup(event_producer *event_producer, const c
 
 /** Frees the handle as event_producer_free() does, then calls @callback. NULL is fatal. */
 QANDOR_API void event_producer_int_free(event_producer *event_producer,
-                                        event_producer_freed_callback callback,
-                                        gpointer user_data);
+                                        event_producer_freed_callback callback, gpointer user_data);
 
 /** Returns a local id for the declaration, or 0 with an error. */
 QANDOR_API guint32 event_producer_int_get_decl_id(event_producer *event_producer,

@@ -71,8 +71,7 @@ QANDOR_API const gchar *inspectable_get_value_user_string(const inspectable *ins
                                                           const gchar *key);
 
 /** Returns the display name of the key ("" when it has none), or NULL. Events only. */
-QANDOR_API const gchar *inspectable_get_key_nice_name(const inspectable *inspect,
-                                                      const gchar *key);
+QANDOR_API const gchar *inspectable_get_key_nice_name(const inspectable *inspect, const gchar *key);
 
 /** Returns the display name of the key's value ("" when it has none), or NULL. Events only. */
 QANDOR_API const gchar *inspectable_get_value_nice_name(const inspectable *inspect,

@@ -67,16 +67,17 @@ QANDOR_API key_value *key_value_copy(const key_value *key_value);
 QANDOR_API gboolean key_value_is_equal(const key_value *key_value1, const key_value *key_value2);
 
 /**
- * Tests whether @key_value_container (the record that is there, or NULL when there is none with the key)
- * satisfies the condition @key_value_containee. The keys are not compared: the caller has paired them.
+ * Tests whether @key_value_container (the record that is there, or NULL when there is none with the
+ * key) satisfies the condition @key_value_containee. The keys are not compared: the caller has
+ * paired them.
  *
  * Sets *@excluded when the condition is broken and *@matched when it holds as a positive match;
  * never clears either. Only name space, wildcards, negation and the value as text take part.
  * Neither record may be a key wildcard (fatal).
  */
 QANDOR_API void key_value_is_contained(const key_value *key_value_container,
-                                       const key_value *key_value_containee,
-                                       gboolean *excluded, gboolean *matched);
+                                       const key_value *key_value_containee, gboolean *excluded,
+                                       gboolean *matched);
 
 /** Appends the record to @array. A NULL text in it is fatal. */
 QANDOR_API void key_value_serialize(const key_value *key_value, GArray *array);

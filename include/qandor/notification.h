@@ -65,8 +65,7 @@ QANDOR_API void notification_set_subscription_id(notification *notification,
 QANDOR_API guint32 notification_get_subscription_id(const notification *notification);
 
 /** Sets the declaration's global id. */
-QANDOR_API void notification_set_declaration_id(notification *notification,
-                                                guint32 declaration_id);
+QANDOR_API void notification_set_declaration_id(notification *notification, guint32 declaration_id);
 /** Returns the declaration's global id. */
 QANDOR_API guint32 notification_get_declaration_id(const notification *notification);
 

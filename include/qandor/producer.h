@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 
 /**
- * The Producer object: a producer's presence on the bus. It keeps the declarations, makes them known
- * to the event switch, keeps the subscriptions that the switch forwards, remembers the state of each
- * property, and delivers events straight to the consumers that they match.
+ * The Producer object: a producer's presence on the bus. It keeps the declarations, makes them
+ * known to the event switch, keeps the subscriptions that the switch forwards, remembers the state
+ * of each property, and delivers events straight to the consumers that they match.
  *
  * Applications use event_producer, which runs everything that talks to the bus on the right thread.
  *
@@ -45,8 +45,7 @@ typedef void (*producer_complete_callback)(guint32 local_id, gpointer user_data)
  * Tells how adding or removing an installed type went. The error, NULL for success, belongs to the
  * callee, the type ends with the call.
  */
-typedef void (*producer_declaration_callback)(const gchar *type, gpointer user_data,
-                                              GError *error);
+typedef void (*producer_declaration_callback)(const gchar *type, gpointer user_data, GError *error);
 
 QANDOR_API GType producer_get_type(void) G_GNUC_CONST;
 

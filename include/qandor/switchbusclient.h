@@ -28,9 +28,10 @@ G_BEGIN_DECLS
 #define DBUS_INTERFACE_SWITCH_QUERY "com.vemo.Event.Switch.Query"
 
 /** Declare: the producer's object and name, and an event declaration. */
-QANDOR_API void com_vemo_Event_Switch_Producer_declare_async(
-    sd_bus *bus, const gchar *object, const gchar *name, const guint8 *declaration,
-    gsize declaration_length, sd_bus_message_handler_t callback, gpointer userdata);
+QANDOR_API void
+com_vemo_Event_Switch_Producer_declare_async(sd_bus *bus, const gchar *object, const gchar *name,
+                                             const guint8 *declaration, gsize declaration_length,
+                                             sd_bus_message_handler_t callback, gpointer userdata);
 
 /** Undeclare: the producer's object and the declaration's global id. */
 QANDOR_API void com_vemo_Event_Switch_Producer_undeclare_async(sd_bus *bus, const gchar *object,

@@ -26,8 +26,9 @@ void event_consumer_free(event_consumer *event_consumer)
 
 namespace {
 
-guint32 subscribe(event_consumer *handle, subscribe_expression *expression, GCallback event_callback,
-                  GCallback notification_callback, subscription_type type, gpointer user_data)
+guint32 subscribe(event_consumer *handle, subscribe_expression *expression,
+                  GCallback event_callback, GCallback notification_callback, subscription_type type,
+                  gpointer user_data)
 {
     GError *error = nullptr;
     guint32 token =
@@ -131,7 +132,8 @@ void get_property_state(gpointer data, gpointer user_data)
 {
     auto *call = static_cast<PropertyStateCall *>(data);
     auto *handle = static_cast<event_consumer *>(user_data);
-    call->result = consumer_send_get_property_state(handle->consumer, call->expression, call->error);
+    call->result =
+        consumer_send_get_property_state(handle->consumer, call->expression, call->error);
 }
 
 } // namespace

@@ -37,8 +37,8 @@ void event_consumer_int_setup(event_consumer *event_consumer, const char *name,
     });
 }
 
-void event_consumer_int_free(event_consumer *event_consumer,
-                             event_consumer_freed_callback callback, gpointer user_data)
+void event_consumer_int_free(event_consumer *event_consumer, event_consumer_freed_callback callback,
+                             gpointer user_data)
 {
     CHECK(event_consumer != NULL);
     consumer_prepare_free(event_consumer->consumer);

@@ -101,8 +101,8 @@ gboolean event_producer_send_event(event_producer *event_producer, event *event,
         set_event_error(error, EventError::NullObject, "NULL object supplied as event producer");
         return FALSE;
     }
-    return event_producer_int_send_event(event_producer, event, event_copy(event), nullptr,
-                                         nullptr, error);
+    return event_producer_int_send_event(event_producer, event, event_copy(event), nullptr, nullptr,
+                                         error);
 }
 
 gboolean event_producer_add_declaration(event_producer *event_producer, const char *type,
@@ -115,8 +115,7 @@ gboolean event_producer_add_declaration(event_producer *event_producer, const ch
     std::unique_ptr<event_declaration, void (*)(event_declaration *)> copy(
         event_declaration_copy(declaration), event_declaration_free);
     command_source_post_function(
-        event_producer->commands,
-        [=, type = std::string(type), copy = std::move(copy)] {
+        event_producer->commands, [=, type = std::string(type), copy = std::move(copy)] {
             producer_add_declaration(event_producer->producer, type.c_str(), copy.get(), callback,
                                      user_data);
         });

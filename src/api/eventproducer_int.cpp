@@ -38,8 +38,8 @@ void event_producer_int_setup(event_producer *event_producer, const char *name,
     });
 }
 
-void event_producer_int_free(event_producer *event_producer,
-                             event_producer_freed_callback callback, gpointer user_data)
+void event_producer_int_free(event_producer *event_producer, event_producer_freed_callback callback,
+                             gpointer user_data)
 {
     CHECK(event_producer != NULL);
     producer_prepare_free(event_producer->producer);

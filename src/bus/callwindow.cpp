@@ -201,8 +201,7 @@ void CallWindow::fall_silent(Destination &destination)
 void CallWindow::watch_for_leaving(Destination &destination)
 {
     sd_bus_track *made = nullptr;
-    if (!destination.leaving &&
-        sd_bus_track_new(bus_, &made, destination_left, &destination) >= 0)
+    if (!destination.leaving && sd_bus_track_new(bus_, &made, destination_left, &destination) >= 0)
         destination.leaving.reset(made);
     sd_bus_track_add_name(destination.leaving.get(), destination.name.c_str());
 }

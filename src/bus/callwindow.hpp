@@ -12,9 +12,9 @@
 // until its destination answers something or leaves. When some fifteen destinations have fallen
 // silent with all the slots they could get, the rest share what comes free.
 //
-// What waits is bounded in bytes. Beyond the bound, at the destination where most is waiting, states
-// of a property give way to newer states of it, then the oldest plain events go, with a warning.
-// Calls that are no events are never dropped.
+// What waits is bounded in bytes. Beyond the bound, at the destination where most is waiting,
+// states of a property give way to newer states of it, then the oldest plain events go, with a
+// warning. Calls that are no events are never dropped.
 //
 // A window is used on its connection's thread.
 #pragma once
@@ -29,11 +29,11 @@
 namespace qandor {
 
 struct WindowLimits {
-    guint window = 96;              // calls under way
-    guint destination = 64;         // of them to one destination
-    guint hard = 120;               // unanswered calls in all, reserve included
-    guint64 silence = 2000000;      // microseconds without an answer
-    guint64 timeout = 60000000;     // microseconds that an answer is waited for
+    guint window = 96;          // calls under way
+    guint destination = 64;     // of them to one destination
+    guint hard = 120;           // unanswered calls in all, reserve included
+    guint64 silence = 2000000;  // microseconds without an answer
+    guint64 timeout = 60000000; // microseconds that an answer is waited for
     std::size_t queue_bytes = 64 << 20;
 };
 

@@ -21,8 +21,8 @@ void qandor::call_consumer_event(sd_bus *bus, const ConsumerAddress &address, co
 
 void com_vemo_Event_Consumer_event_async_(sd_bus *bus, const gchar *destination, const gchar *path,
                                           const guint8 *event, gsize event_length,
-                                          guint32 consumer_token,
-                                          sd_bus_message_handler_t callback, gpointer userdata)
+                                          guint32 consumer_token, sd_bus_message_handler_t callback,
+                                          gpointer userdata)
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(event != NULL);

@@ -60,8 +60,8 @@ int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_erro
     return receive(m, self, consumer_receive_notification);
 }
 
-int consumer_get_name_bus(sd_bus *, const char *, const char *, const char *,
-                          sd_bus_message *reply, void *self, sd_bus_error *)
+int consumer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd_bus_message *reply,
+                          void *self, sd_bus_error *)
 {
     const BusPresence &presence = state_of(consumer_of(self)).presence;
     return sd_bus_message_append(reply, "s", presence.name.c_str());

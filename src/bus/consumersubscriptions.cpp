@@ -28,9 +28,10 @@ void ConsumerState::subscribe(subscription_data &subscription)
     subscription.subscribed = true;
     subscription.sending = ticket->sending;
     const GArray *bytes = subscription.expression_data.get();
-    com_vemo_Event_Switch_Consumer_subscribe_async(
-        presence.bus, presence.object.c_str(), presence.name.c_str(), subscription.token,
-        reinterpret_cast<const guint8 *>(bytes->data), bytes->len, receive_subscribe_answer, ticket);
+    com_vemo_Event_Switch_Consumer_subscribe_async(presence.bus, presence.object.c_str(),
+                                                   presence.name.c_str(), subscription.token,
+                                                   reinterpret_cast<const guint8 *>(bytes->data),
+                                                   bytes->len, receive_subscribe_answer, ticket);
 }
 
 // A subscription that found no switch counts as not sent, so that the switch learns of it when it
@@ -114,9 +115,9 @@ void consumer_send_unsubscribe(Consumer *self, subscription_data *subscription)
     std::unique_ptr<subscription_data> owner(subscription);
     ConsumerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
-    com_vemo_Event_Switch_Consumer_unsubscribe_async(
-        state.presence.bus, state.presence.object.c_str(), subscription->token, ignore_answer,
-        nullptr);
+    com_vemo_Event_Switch_Consumer_unsubscribe_async(state.presence.bus,
+                                                     state.presence.object.c_str(),
+                                                     subscription->token, ignore_answer, nullptr);
 }
 
 property_state *consumer_send_get_property_state(Consumer *self,

@@ -63,8 +63,8 @@ void ProducerState::declare_all()
 
 void ProducerState::tell_to_forget(guint32 global_id)
 {
-    com_vemo_Event_Switch_Producer_undeclare_async(presence.bus, presence.object.c_str(),
-                                                   global_id, ignore_answer, nullptr);
+    com_vemo_Event_Switch_Producer_undeclare_async(presence.bus, presence.object.c_str(), global_id,
+                                                   ignore_answer, nullptr);
 }
 
 void producer_allocate_decl_data(Producer *self, guint32 id, event_declaration *declaration,
@@ -92,10 +92,9 @@ void producer_send_declare(Producer *self, guint32 local_id)
         return;
     CHECK_TEXT(data->declaration->local_id != 0,
                "event_declaration_get_local_id(decl_data->declaration) != 0");
-    // The application's callback may undeclare or free: it works on a copy, and the record is looked
-    // up again.
-    std::unique_ptr<event_declaration> declaration(
-        event_declaration_copy(data->declaration.get()));
+    // The application's callback may undeclare or free: it works on a copy, and the record is
+    // looked up again.
+    std::unique_ptr<event_declaration> declaration(event_declaration_copy(data->declaration.get()));
     std::unique_ptr<event> property_event(event_declaration_get_property_event(declaration.get()));
     data = state.find(local_id);
     if (!data)

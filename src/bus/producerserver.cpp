@@ -67,8 +67,8 @@ int producer_receive_unsubscribe_bus(sd_bus_message *m, void *self, sd_bus_error
     return sd_bus_reply_method_return(m, nullptr);
 }
 
-int producer_get_name_bus(sd_bus *, const char *, const char *, const char *,
-                          sd_bus_message *reply, void *self, sd_bus_error *)
+int producer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd_bus_message *reply,
+                          void *self, sd_bus_error *)
 {
     const BusPresence &presence = state_of(producer_of(self)).presence;
     return sd_bus_message_append(reply, "s", presence.name.c_str());

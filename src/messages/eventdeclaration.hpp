@@ -13,9 +13,9 @@ struct event_declaration : qandor::SliceAllocated {
         content.internal = internal;
     }
     event_declaration(const event_declaration &other)
-        : SliceAllocated(), content(other.content, IT_EVENT_DECLARATION),
-          local_id(other.local_id), global_id(other.global_id), producer_id(other.producer_id),
-          property(other.property), callback(other.callback), callback_data(other.callback_data)
+        : SliceAllocated(), content(other.content, IT_EVENT_DECLARATION), local_id(other.local_id),
+          global_id(other.global_id), producer_id(other.producer_id), property(other.property),
+          callback(other.callback), callback_data(other.callback_data)
     {
     }
     event_declaration &operator=(const event_declaration &) = delete;

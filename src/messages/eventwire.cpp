@@ -17,8 +17,8 @@ namespace {
 struct WrittenEvent {
     explicit WrittenEvent(const event &source)
         : source(source), user_data(source.user_data.blob()), seconds(source.seconds),
-          microseconds(source.microseconds), global_id(source.global_id),
-          local_id(source.local_id), producer_id(source.producer_id), property(source.property)
+          microseconds(source.microseconds), global_id(source.global_id), local_id(source.local_id),
+          producer_id(source.producer_id), property(source.property)
     {
     }
     WrittenInspectable inspectable() const { return WrittenInspectable(source.content); }

@@ -294,8 +294,8 @@ void notification_print(const notification *notification)
     log_message("---- Notification ------------------------");
     log_message("Subscription Id: %d", static_cast<gint>(notification->subscription_id));
     log_message("Declaration Id: %d", static_cast<gint>(notification->declaration_id));
-    log_message("Declaration Type: %s", notification->type ? "NOTIFY_DECLARATION_REMOVED"
-                                                           : "NOTIFY_DECLARATION_ADDED");
+    log_message("Declaration Type: %s",
+                notification->type ? "NOTIFY_DECLARATION_REMOVED" : "NOTIFY_DECLARATION_ADDED");
     log_message("Subscribe expression:");
     subscribe_expression_print(notification->expression);
     log_message("Event declaration:");

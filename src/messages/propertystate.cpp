@@ -39,8 +39,7 @@ bool has_room_for(const property_state &prop, const gchar *key, bool is_state_ke
     return !is_state_key || !inspectable_has_keyvalue_with_tag(&prop.content, PROPERTY_STATE_TAG);
 }
 
-void add_condition(subscribe_expression *se, const gchar *key, const gchar *value,
-                   bool is_inverted)
+void add_condition(subscribe_expression *se, const gchar *key, const gchar *value, bool is_inverted)
 {
     if (!is_inverted) {
         subscribe_expression_add_key_value(se, key, value);
@@ -50,8 +49,8 @@ void add_condition(subscribe_expression *se, const gchar *key, const gchar *valu
     subscribe_expression_add_key_not_value(se, key, value);
 }
 
-std::unique_ptr<subscribe_expression> property_state_to_subscribe_expression(
-    const property_state *prop, bool inverted)
+std::unique_ptr<subscribe_expression>
+property_state_to_subscribe_expression(const property_state *prop, bool inverted)
 {
     RETURN_VALUE_IF_FAIL(prop != NULL, nullptr);
     auto se = std::make_unique<subscribe_expression>(FALSE);
@@ -191,8 +190,8 @@ property_state *property_state_deserialize_xmlnode(const xmlnode *node)
     for (guint i = 0; i < inspectable_get_key_count(&made->content); ++i)
         state_keys += is_state_key_at(*made, i);
     if (state_keys != 1) {
-        log_warning("Expected to find 1 keyvalue tagged with '%s' but found %d",
-                    PROPERTY_STATE_TAG, state_keys);
+        log_warning("Expected to find 1 keyvalue tagged with '%s' but found %d", PROPERTY_STATE_TAG,
+                    state_keys);
         return nullptr;
     }
     property_state_generate_subscribe_expressions(made.get());

@@ -101,8 +101,7 @@ gchar *subscribe_expression_serialize_xml(const subscribe_expression *se)
 subscribe_expression *subscribe_expression_deserialize_xmlnode(const xmlnode *node)
 {
     RETURN_VALUE_IF_FAIL(node != NULL, nullptr);
-    InspectablePtr content =
-        inspectable_from_element(node, XML_SUBSCRIBE, IT_SUBSCRIBE_EXPRESSION);
+    InspectablePtr content = inspectable_from_element(node, XML_SUBSCRIBE, IT_SUBSCRIBE_EXPRESSION);
     if (!content)
         return nullptr;
     auto made = std::make_unique<subscribe_expression>(FALSE);

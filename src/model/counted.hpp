@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // What copies of a record share instead of copying: immutable parts with a count of their owners.
-// Copies travel between threads, so the count is atomic; the parts are changed by a sole owner only.
+// Copies travel between threads, so the count is atomic; the parts are changed by a sole owner
+// only.
 #pragma once
 
 #include <glib.h>

@@ -73,9 +73,8 @@ template <class Wire, class AndList> void and_list(Wire &wire, AndList &&list)
 
 template <class Wire, class Inspectable> void inspectable(Wire &wire, Inspectable &&inspect)
 {
-    guint32 count =
-        wire.tagged_count(SERIALIZE_ID_INSPECTABLE, "type == SERIALIZE_ID_INSPECTABLE",
-                          static_cast<guint32>(inspect.count()));
+    guint32 count = wire.tagged_count(SERIALIZE_ID_INSPECTABLE, "type == SERIALIZE_ID_INSPECTABLE",
+                                      static_cast<guint32>(inspect.count()));
     wire.bits8(inspect.type);
     inspect.begin();
     wire.bits8(inspect.internal);
@@ -136,8 +135,7 @@ template <class Wire, class State> void property_state(Wire &wire, State &&state
 }
 
 // The two nested records travel as blobs behind their sizes, each whole in itself.
-template <class Wire, class Notification>
-void notification(Wire &wire, Notification &&notification)
+template <class Wire, class Notification> void notification(Wire &wire, Notification &&notification)
 {
     wire.tag(SERIALIZE_ID_NOTIFICATION, "type == SERIALIZE_ID_NOTIFICATION");
     user_data(wire, notification.user_data);

@@ -62,7 +62,6 @@ inline bool is_inspectable_type(guint32 type)
 
 // Whether the type is one of those that an operation allows; ends the process if it is not.
 #define CHECK_TYPE_IS_VALID(inspect)                                                               \
-    CHECK_TEXT(qandor::is_inspectable_type((inspect)->type),                                       \
-               #inspect "->type == IT_EVENT_DECLARATION || " #inspect "->type == IT_EVENT || "     \
-                        #inspect "->type == IT_PROPERTY_STATE || " #inspect                        \
-                        "->type == IT_SUBSCRIBE_EXPRESSION")
+    CHECK_TEXT(qandor::is_inspectable_type((inspect)->type), #inspect                              \
+               "->type == IT_EVENT_DECLARATION || " #inspect "->type == IT_EVENT || " #inspect     \
+               "->type == IT_PROPERTY_STATE || " #inspect "->type == IT_SUBSCRIBE_EXPRESSION")

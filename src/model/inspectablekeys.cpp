@@ -98,8 +98,7 @@ gboolean inspectable_set_value(inspectable *inspect, const gchar *key, gconstpoi
     return TRUE;
 }
 
-gboolean inspectable_set_value_as_string(inspectable *inspect, const gchar *key,
-                                         const gchar *value)
+gboolean inspectable_set_value_as_string(inspectable *inspect, const gchar *key, const gchar *value)
 {
     CHECK(inspect != NULL);
     CHECK(inspect->type == IT_EVENT || inspect->type == IT_EVENT_DECLARATION);

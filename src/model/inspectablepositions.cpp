@@ -154,8 +154,7 @@ template <class Value> void store(gpointer result, Value value)
 
 } // namespace
 
-gboolean inspectable_get_typed_value_at(const inspectable *inspect, guint position,
-                                        gpointer result)
+gboolean inspectable_get_typed_value_at(const inspectable *inspect, guint position, gpointer result)
 {
     CHECK(inspect != NULL);
     CHECK(inspect->type == IT_EVENT);

@@ -41,7 +41,8 @@ GList *inspectable_get_raw(const inspectable *inspect)
     CHECK(inspect != NULL);
     GList *raw = nullptr;
     for (const AndList &list : inspect->and_lists)
-        raw = g_list_prepend(raw, prepend_raw(prepend_raw(nullptr, list.keyed()), list.wildcards()));
+        raw =
+            g_list_prepend(raw, prepend_raw(prepend_raw(nullptr, list.keyed()), list.wildcards()));
     return raw;
 }
 

@@ -43,7 +43,8 @@ void inspectable_serialize_internal(const inspectable *inspect, GArray *array)
 {
     CHECK(inspect != NULL);
     CHECK(array != NULL);
-    append_record(array, [&](auto &wire) { grammar::inspectable(wire, WrittenInspectable(*inspect)); });
+    append_record(array,
+                  [&](auto &wire) { grammar::inspectable(wire, WrittenInspectable(*inspect)); });
 }
 
 inspectable *inspectable_deserialize_internal(GArray *array, guint *indx)

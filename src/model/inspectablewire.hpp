@@ -96,7 +96,8 @@ struct ReadAndList {
 };
 
 struct ReadInspectable {
-    explicit ReadInspectable(inspectable &made) : type(IT_EVENT), internal(made.internal), made(made)
+    explicit ReadInspectable(inspectable &made)
+        : type(IT_EVENT), internal(made.internal), made(made)
     {
     }
     std::size_t count() const { return 0; }

@@ -44,11 +44,10 @@ key_value *key_value_new(const gchar *key, gboolean key_wildcard, const gchar *n
 {
     KeyValuePtr made = make_key_value(key, key_wildcard, value, value_wildcard, negated);
     if (made)
-        made->attributes = Attributes::make({optional_text(name_space),
-                                             optional_text(key_nice_name),
-                                             optional_text(value_nice_name),
-                                             optional_text(value_user_string),
-                                             optional_text(complex_type_name)});
+        made->attributes =
+            Attributes::make({optional_text(name_space), optional_text(key_nice_name),
+                              optional_text(value_nice_name), optional_text(value_user_string),
+                              optional_text(complex_type_name)});
     return made.release();
 }
 

@@ -31,7 +31,8 @@ void key_value_serialize(const key_value *key_value, GArray *array)
 {
     CHECK(key_value != NULL);
     CHECK(array != NULL);
-    append_record(array, [&](auto &wire) { grammar::key_value(wire, WrittenKeyValue(*key_value)); });
+    append_record(array,
+                  [&](auto &wire) { grammar::key_value(wire, WrittenKeyValue(*key_value)); });
 }
 
 key_value *key_value_deserialize(GArray *array, guint *indx)

@@ -41,11 +41,11 @@ key_value *key_value_deserialize_xml(const xmlnode *node)
     }
     auto text = [node](const gchar *name) { return xml_get_attribute(node, name); };
 
-    key_value *made = key_value_new(
-        text("key"), xml_get_boolean(node, "key-wildcard"), text("name-space"),
-        text("key-nice-name"), text("value"), xml_get_boolean(node, "value-wildcard"),
-        text("value-nice-name"), text("value-user-string"), text("complex-type-name"),
-        xml_get_boolean(node, "not"));
+    key_value *made =
+        key_value_new(text("key"), xml_get_boolean(node, "key-wildcard"), text("name-space"),
+                      text("key-nice-name"), text("value"), xml_get_boolean(node, "value-wildcard"),
+                      text("value-nice-name"), text("value-user-string"), text("complex-type-name"),
+                      xml_get_boolean(node, "not"));
     if (!made)
         return nullptr;
     made->value_type = static_cast<guint8>(xml_get_value_type(node, "value-type"));

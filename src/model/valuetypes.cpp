@@ -17,7 +17,8 @@ ValueText::ValueText(gconstpointer value, guint32 value_type)
 {
     switch (value_type) {
     case VALUE_TYPE_INT: {
-        auto end = std::to_chars(buffer_, buffer_ + sizeof buffer_, *static_cast<const gint *>(value));
+        auto end =
+            std::to_chars(buffer_, buffer_ + sizeof buffer_, *static_cast<const gint *>(value));
         text_ = {buffer_, static_cast<std::size_t>(end.ptr - buffer_)};
         break;
     }
@@ -25,7 +26,8 @@ ValueText::ValueText(gconstpointer value, guint32 value_type)
         text_ = *static_cast<const gboolean *>(value) ? "1" : "0";
         break;
     case VALUE_TYPE_DOUBLE:
-        text_ = g_ascii_formatd(buffer_, sizeof buffer_, "%f", *static_cast<const gdouble *>(value));
+        text_ =
+            g_ascii_formatd(buffer_, sizeof buffer_, "%f", *static_cast<const gdouble *>(value));
         break;
     case VALUE_TYPE_STRING:
         text_ = static_cast<const gchar *>(value);
@@ -57,8 +59,9 @@ gboolean event_utils_tag_list_is_equal(GList *list1, GList *list2)
 {
     std::vector<const gchar *> texts1 = sorted_texts(list1);
     std::vector<const gchar *> texts2 = sorted_texts(list2);
-    return std::equal(texts1.begin(), texts1.end(), texts2.begin(), texts2.end(),
-                      [](const gchar *one, const gchar *other) { return g_strcmp0(one, other) == 0; });
+    return std::equal(
+        texts1.begin(), texts1.end(), texts2.begin(), texts2.end(),
+        [](const gchar *one, const gchar *other) { return g_strcmp0(one, other) == 0; });
 }
 
 callback_params *callback_params_new(const gchar *key, const gchar *value)

@@ -153,8 +153,8 @@ void command_source_run(command_source *source, command_function function, gpoin
     gboolean on_own_thread = g_main_context_is_owner(g_source_get_context(source->source.get()));
     RETURN_IF_FAIL(!on_own_thread);
     Gate gate;
-    command_source_post(source, std::make_unique<AwaitedCommand>(function, data,
-                                                                 source->queue->user_data, gate));
+    command_source_post(
+        source, std::make_unique<AwaitedCommand>(function, data, source->queue->user_data, gate));
     gate.wait();
 }
 

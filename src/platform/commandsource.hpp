@@ -48,7 +48,8 @@ public:
 void command_source_post(command_source *source, std::unique_ptr<Command> command);
 
 // Queues a function object as a command.
-template <class Function> void command_source_post_function(command_source *source, Function function)
+template <class Function>
+void command_source_post_function(command_source *source, Function function)
 {
     struct FunctionCommand : Command {
         explicit FunctionCommand(Function function) : function(std::move(function)) {}

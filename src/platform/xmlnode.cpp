@@ -94,8 +94,8 @@ void append_value(std::string &xml, const std::string &value)
             continue;
         }
         gunichar character = g_utf8_get_char_validated(cursor, end - cursor);
-        bool is_utf8 = character != static_cast<gunichar>(-1) &&
-                       character != static_cast<gunichar>(-2);
+        bool is_utf8 =
+            character != static_cast<gunichar>(-1) && character != static_cast<gunichar>(-2);
         std::size_t length = is_utf8 ? g_utf8_skip[static_cast<guchar>(*cursor)] : 1;
         if (is_utf8 && is_xml_character(character))
             xml.append(cursor, length);

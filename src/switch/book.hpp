@@ -101,7 +101,7 @@ private:
     std::map<PeerAddress, Producer> producers_;
     std::map<PeerAddress, Consumer> consumers_;
     std::map<guint32, PeerAddress> producer_ids_;
-    std::map<guint32, Declaration> declarations_;  // by global id
+    std::map<guint32, Declaration> declarations_;   // by global id
     std::map<guint32, Subscription> subscriptions_; // by id
     std::size_t stored_bytes_ = 0;
     guint32 last_producer_id_ = 0;

@@ -100,8 +100,7 @@ const sd_bus_vtable consumer_vtable[] = {
 
 const sd_bus_vtable query_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("GetAllDeclarations", "", "ay", get_all_declarations,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetAllDeclarations", "", "ay", get_all_declarations, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("GetDeclarationTypes", "", "ay", get_declaration_types,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,

@@ -85,9 +85,13 @@ void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *ex
         return;
     }
     guint32 token = next_id(last_token_, questions_);
-    auto made = std::make_unique<Question>(Question{*this, token, book_.new_subscription_id(),
+    auto made = std::make_unique<Question>(Question{*this,
+                                                    token,
+                                                    book_.new_subscription_id(),
                                                     BusMessageOwner(sd_bus_message_ref(call)),
-                                                    clandestine_copy(expression), nullptr, {}});
+                                                    clandestine_copy(expression),
+                                                    nullptr,
+                                                    {}});
     Question &question = *made;
     questions_.emplace(token, std::move(made));
 
@@ -105,7 +109,8 @@ void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *ex
 void PropertyQuestions::ask_producer(Question &question, const Declaration &declaration)
 {
     const std::string &name = declaration.producer.name;
-    BusMessageOwner call = BusPost::new_subscribe_call(bus_, declaration, question.expression.get());
+    BusMessageOwner call =
+        BusPost::new_subscribe_call(bus_, declaration, question.expression.get());
     if (!call || !may_be_asked(name)) {
         question.skipped = true;
         return;
@@ -117,8 +122,8 @@ void PropertyQuestions::ask_producer(Question &question, const Declaration &decl
     // The bus answers for a producer that leaves; until then the call counts there, so it counts
     // here too, however long that takes.
     sd_bus_slot *slot = nullptr;
-    int r = sd_bus_call_async(bus_, &slot, call.get(), receive_subscribe_answer, &asking,
-                              G_MAXUINT64);
+    int r =
+        sd_bus_call_async(bus_, &slot, call.get(), receive_subscribe_answer, &asking, G_MAXUINT64);
     asking.slot.reset(slot);
     if (r < 0) {
         question.skipped = true;

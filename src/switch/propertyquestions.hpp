@@ -2,8 +2,8 @@
 
 // Questions for a property's state. The switch has no states of its own: it subscribes itself,
 // clandestinely, with the producers that could have one. A producer that has a state sends it as an
-// event before it answers the Subscribe call; the first event is the answer. When all producers have
-// answered without an event, or the deadline is over, there is none.
+// event before it answers the Subscribe call; the first event is the answer. When all producers
+// have answered without an event, or the deadline is over, there is none.
 #pragma once
 
 #include "switch/book.hpp"

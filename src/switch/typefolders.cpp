@@ -48,10 +48,7 @@ public:
     Descriptor &operator=(const Descriptor &) = delete;
     ~Descriptor() { close(); }
     int get() const { return number_; }
-    bool close()
-    {
-        return number_ < 0 || ::close(std::exchange(number_, -1)) == 0;
-    }
+    bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
 
 private:
     int number_;

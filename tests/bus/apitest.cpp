@@ -69,10 +69,11 @@ class ApiTest : public testing::Test {
 protected:
     void TearDown() override
     {
-        for (event_producer *producer : producers)
-            free_producer(producer);
+        // Consumers first: what they were told to fill in is gone already.
         for (event_consumer *consumer : consumers)
             free_consumer(consumer);
+        for (event_producer *producer : producers)
+            free_producer(producer);
     }
 
     event_producer *new_producer()

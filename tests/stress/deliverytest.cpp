@@ -98,8 +98,8 @@ struct Consumers {
     explicit Consumers(int count)
     {
         for (int i = 0; i < count; ++i)
-            processes.emplace_back(std::vector<std::string>{QANDOR_PEER, "consumer", "Device",
-                                                            std::to_string(burst)});
+            processes.emplace_back(
+                std::vector<std::string>{QANDOR_PEER, "consumer", "Device", std::to_string(burst)});
     }
     std::vector<ChildProcess> processes;
 };
@@ -163,8 +163,8 @@ TEST_F(DeliveryTest, AThousandDeclarationsAndSubscriptionsComeBackAfterTheSwitch
     for (guint i = 0; i < count; ++i) {
         std::string topic = "Topic" + std::to_string(i);
         event_declaration *declaration = new_declaration(topic);
-        ids.push_back(event_producer_declare_and_notify(producer, declaration, Census::count,
-                                                        &census));
+        ids.push_back(
+            event_producer_declare_and_notify(producer, declaration, Census::count, &census));
         event_declaration_free(declaration);
         subscribe_expression *expression = subscribe_expression_new();
         subscribe_expression_add_key_value(expression, "topic0", topic.c_str());

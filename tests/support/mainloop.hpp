@@ -14,7 +14,8 @@ inline bool wait_until(const std::function<bool()> &condition, double seconds = 
 {
     gint64 end = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
     // Wakes the context now and then, for conditions that come true on another thread.
-    guint ticks = g_timeout_add(20, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+    guint ticks = g_timeout_add(
+        20, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
     bool holds;
     while (!(holds = condition()) && g_get_monotonic_time() < end)
         g_main_context_iteration(nullptr, TRUE);

@@ -35,9 +35,9 @@ void SwitchProcess::kill()
 
 void SwitchProcess::start()
 {
-    process_.emplace(std::vector<std::string>{
-        QANDOR_SWITCH, "--log-level=warning", "--types-read-only=" + read_only_types().string(),
-        "--types-writable=" + writable_types().string()});
+    process_.emplace(std::vector<std::string>{QANDOR_SWITCH, "--log-level=warning",
+                                              "--types-read-only=" + read_only_types().string(),
+                                              "--types-writable=" + writable_types().string()});
     sd_bus *made = nullptr;
     if (sd_bus_open_system(&made) < 0)
         throw std::runtime_error("there is no bus for the switch");
