@@ -10,6 +10,7 @@
 
 struct event : qandor::SliceAllocated {
     event() : content(IT_EVENT) {}
+    explicit event(inspectable::Unread unread) : content(unread) {}
     event(const event &other)
         : SliceAllocated(), content(other.content, IT_EVENT), user_data(other.user_data),
           seconds(other.seconds), microseconds(other.microseconds), global_id(other.global_id),

@@ -54,7 +54,8 @@ struct ReadEvent {
 
 } // namespace
 
-void event_serialize_internal(const event *event, GArray *array)
+// The road of every event: here what the grammar is made of is best laid out as one piece of code.
+[[gnu::flatten]] void event_serialize_internal(const event *event, GArray *array)
 {
     CHECK(event != NULL);
     CHECK(array != NULL);
@@ -69,12 +70,12 @@ GArray *event_serialize(const event *event)
     return array;
 }
 
-event *event_deserialize_internal(GArray *array, guint *indx)
+[[gnu::flatten]] event *event_deserialize_internal(GArray *array, guint *indx)
 {
     CHECK(array != NULL);
     CHECK(indx != NULL);
     wire::Reader reader(array, indx);
-    auto made = std::make_unique<event>();
+    auto made = std::make_unique<event>(inspectable::Unread());
     ReadEvent reading(*made);
     grammar::event(reader, reading);
     made->user_data.set(reading.user_data);

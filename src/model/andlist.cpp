@@ -4,158 +4,175 @@
 
 #include "platform/check.hpp"
 
+#include <algorithm>
+
 namespace qandor {
 namespace {
 
 // From here on a table is cheaper than looking at every bucket, and adding many stays linear.
 constexpr std::size_t many = 16;
 
-template <class Place, class NameOf>
-void note_place(std::unordered_map<Place, std::size_t> &places, const std::vector<Bucket> &buckets,
-                NameOf name_of)
-{
-    if (buckets.size() <= many)
-        return;
-    for (std::size_t i = places.size(); i < buckets.size(); ++i)
-        places.emplace(name_of(buckets[i]), i);
-}
+constexpr std::size_t first_room = 4;
 
-const KeyName *key_of(const Bucket &bucket)
+void make_first(key_value &key_value)
 {
-    return bucket.key;
-}
-
-std::string_view value_of(const Bucket &bucket)
-{
-    return bucket.first().value;
+    key_value.next = nullptr;
+    key_value.last = &key_value;
+    key_value.count = 1;
 }
 
 } // namespace
 
-Bucket &Bucket::operator=(Bucket &&other) noexcept
-{
-    std::swap(key, other.key);
-    std::swap(first_, other.first_);
-    std::swap(last_, other.last_);
-    std::swap(count_, other.count_);
-    return *this;
-}
-
-Bucket::~Bucket()
-{
-    while (first_)
-        KeyValuePtr(std::exchange(first_, first_->next));
-}
-
-void Bucket::add(KeyValuePtr key_value)
-{
-    const Bucket *bucket = this;
-    CHECK(bucket->key == key_value->key);
-    last_->next = key_value.release();
-    last_ = last_->next;
-    ++count_;
-}
-
 AndList::AndList(const AndList &other)
 {
-    auto copy = [](const Bucket &source) {
-        Bucket bucket(std::make_unique<key_value>(source.first()));
-        for (auto at = ++source.begin(); at != source.end(); ++at)
-            bucket.add(std::make_unique<key_value>(*at));
-        return bucket;
-    };
-    keyed_.reserve(other.keyed_.size());
-    for (const Bucket &bucket : other.keyed_)
-        keyed_.push_back(copy(bucket));
-    wildcards_.reserve(other.wildcards_.size());
-    for (const Bucket &bucket : other.wildcards_)
-        wildcards_.push_back(copy(bucket));
-    note_place(keyed_places_, keyed_, key_of);
-    note_place(wildcard_places_, wildcards_, value_of);
+    std::size_t count = other.key_values_.size();
+    for (const auto &segment : other.more_key_values_)
+        count += segment.size();
+    key_values_.reserve(count);
+    copy_buckets(other.keyed_, keyed_);
+    copy_buckets(other.wildcards_, wildcards_);
+    note_places();
 }
 
-const Bucket *AndList::find(const KeyName *key) const
+void AndList::copy_buckets(const std::vector<key_value *> &from, std::vector<key_value *> &to)
 {
-    if (!keyed_places_.empty()) {
-        auto place = keyed_places_.find(key);
-        return place == keyed_places_.end() ? nullptr : &keyed_[place->second];
+    to.reserve(from.size());
+    for (key_value *source : from) {
+        key_value *first = make(*source);
+        make_first(*first);
+        to.push_back(first);
+        for (source = source->next; source; source = source->next)
+            extend(Bucket(first), make(*source));
     }
-    for (const Bucket &bucket : keyed_)
-        if (bucket.key == key)
-            return &bucket;
-    return nullptr;
 }
 
-const Bucket *AndList::find(std::string_view key) const
+void AndList::reserve(std::size_t count)
 {
-    const KeyName *name = KeyName::find(key);
-    return name ? find(name) : nullptr;
+    key_values_.reserve(count);
+    keyed_.reserve(count);
 }
 
-const Bucket *AndList::find_wildcard(std::string_view value) const
+std::vector<key_value> &AndList::add_room()
 {
-    if (!wildcard_places_.empty()) {
-        auto place = wildcard_places_.find(value);
-        return place == wildcard_places_.end() ? nullptr : &wildcards_[place->second];
+    if (key_values_.capacity() == 0) {
+        key_values_.reserve(first_room);
+        return key_values_;
     }
-    for (const Bucket &bucket : wildcards_)
-        if (bucket.first().value == value)
-            return &bucket;
-    return nullptr;
+    std::size_t room = key_values_.capacity();
+    if (!more_key_values_.empty()) {
+        auto &last = more_key_values_.back();
+        if (last.size() < last.capacity())
+            return last;
+        room = last.capacity();
+    }
+    auto &segment = more_key_values_.emplace_back();
+    segment.reserve(2 * room);
+    return segment;
 }
 
-void AndList::append_keyed(Bucket bucket)
+void AndList::extend(Bucket bucket, key_value *added)
 {
-    keyed_.push_back(std::move(bucket));
-    note_place(keyed_places_, keyed_, key_of);
+    CHECK_TEXT(bucket.key() == added->key, "bucket->key == key_value->key");
+    key_value &first = bucket.first();
+    first.last->next = added;
+    first.last = added;
+    ++first.count;
 }
 
-void AndList::append_wildcard(Bucket bucket)
+std::size_t AndList::find_place(const KeyName *key) const
 {
-    wildcards_.push_back(std::move(bucket));
-    note_place(wildcard_places_, wildcards_, value_of);
+    if (places_) {
+        auto place = places_->keyed.find(key);
+        return place == places_->keyed.end() ? keyed_.size() : place->second;
+    }
+    std::size_t place = 0;
+    while (place < keyed_.size() && keyed_[place]->key != key)
+        ++place;
+    return place;
 }
 
-void AndList::add(KeyValuePtr key_value)
+std::size_t AndList::find_place(std::string_view key) const
 {
-    bool wildcard = key_value->key_wildcard;
-    Bucket *bucket =
-        wildcard ? find_wildcard_to_change(key_value->value) : find_to_change(key_value->key);
+    if (places_) {
+        const KeyName *name = KeyName::find(key);
+        return name ? find_place(name) : keyed_.size();
+    }
+    std::size_t place = 0;
+    while (place < keyed_.size() && !are_same_bytes(keyed_[place]->key->view(), key))
+        ++place;
+    return place;
+}
+
+Bucket AndList::find_in_places(const KeyName *key) const
+{
+    auto place = places_->keyed.find(key);
+    return Bucket(place == places_->keyed.end() ? nullptr : keyed_[place->second]);
+}
+
+std::size_t AndList::find_wildcard_place(std::string_view value) const
+{
+    if (places_) {
+        auto place = places_->wildcards.find(value);
+        return place == places_->wildcards.end() ? wildcards_.size() : place->second;
+    }
+    std::size_t place = 0;
+    while (place < wildcards_.size() && wildcards_[place]->value != value)
+        ++place;
+    return place;
+}
+
+Bucket AndList::find_wildcard(std::string_view value) const
+{
+    std::size_t place = find_wildcard_place(value);
+    return Bucket(place < wildcards_.size() ? wildcards_[place] : nullptr);
+}
+
+void AndList::note_places()
+{
+    if (std::max(keyed_.size(), wildcards_.size()) <= many)
+        return;
+    if (!places_)
+        places_ = std::make_unique<Places>();
+    for (std::size_t i = places_->keyed.size(); i < keyed_.size(); ++i)
+        places_->keyed.emplace(keyed_[i]->key, i);
+    for (std::size_t i = places_->wildcards.size(); i < wildcards_.size(); ++i)
+        places_->wildcards.emplace(wildcards_[i]->value, i);
+}
+
+void AndList::add(key_value key_value)
+{
+    Bucket bucket = key_value.key_wildcard ? find_wildcard(key_value.value) : find(key_value.key);
+    struct key_value *made = make(std::move(key_value));
     if (bucket)
-        bucket->add(std::move(key_value));
-    else if (wildcard)
-        append_wildcard(Bucket(std::move(key_value)));
+        extend(bucket, made);
     else
-        append_keyed(Bucket(std::move(key_value)));
+        begin_bucket(made);
 }
 
-void AndList::replace(KeyValuePtr key_value)
+void AndList::replace(key_value key_value)
 {
-    put_keyed(Bucket(std::move(key_value)));
-}
-
-void AndList::put_keyed(Bucket bucket)
-{
-    if (Bucket *old = find_to_change(bucket.key))
-        *old = std::move(bucket);
-    else
-        append_keyed(std::move(bucket));
-}
-
-void AndList::put_wildcard(Bucket bucket)
-{
-    Bucket *old = find_wildcard_to_change(value_of(bucket));
-    if (!old) {
-        append_wildcard(std::move(bucket));
+    Bucket bucket = find(key_value.key);
+    if (!bucket) {
+        begin_bucket(make(std::move(key_value)));
         return;
     }
-    // The table names the place by a text of the old bucket.
-    if (!wildcard_places_.empty()) {
-        auto place = wildcard_places_.extract(value_of(*old));
-        place.key() = value_of(bucket);
-        wildcard_places_.insert(std::move(place));
+    bucket.first() = std::move(key_value);
+    make_first(bucket.first());
+}
+
+Bucket AndList::begin_bucket(key_value *first)
+{
+    make_first(*first);
+    std::size_t place =
+        first->key_wildcard ? find_wildcard_place(first->value) : find_place(first->key);
+    auto &firsts = first->key_wildcard ? wildcards_ : keyed_;
+    if (place < firsts.size()) {
+        firsts[place] = first;
+        return Bucket(first);
     }
-    *old = std::move(bucket);
+    firsts.push_back(first);
+    note_places();
+    return Bucket(first);
 }
 
 } // namespace qandor

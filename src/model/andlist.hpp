@@ -2,13 +2,16 @@
 
 // An and-list: the key-values that hold together, grouped into buckets by key, and key wildcards
 // grouped into buckets by value. Buckets keep the order in which their keys came.
+//
+// The key-values stand side by side and never move, so that they can be handed out; a bucket is the
+// chain that begins with its first key-value.
 #pragma once
 
 #include "model/keyvalue.hpp"
 
+#include <memory>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace qandor {
@@ -32,32 +35,47 @@ public:
         key_value *at_;
     };
 
-    explicit Bucket(KeyValuePtr first)
-        : key(first->key), first_(first.release()), last_(first_), count_(1)
-    {
-    }
-    Bucket(Bucket &&other) noexcept
-        : key(other.key), first_(std::exchange(other.first_, nullptr)), last_(other.last_),
-          count_(other.count_)
-    {
-    }
-    Bucket &operator=(Bucket &&other) noexcept;
-    ~Bucket();
+    explicit Bucket(key_value *first) : first_(first) {}
 
-    // The key must be the bucket's own.
-    void add(KeyValuePtr key_value);
-
+    explicit operator bool() const { return first_ != nullptr; }
+    const KeyName *key() const { return first_->key; }
     key_value &first() const { return *first_; }
-    guint32 count() const { return count_; }
+    guint32 count() const { return first_->count; }
     Iterator begin() const { return Iterator(first_); }
     Iterator end() const { return Iterator(nullptr); }
 
-    const KeyName *key;
-
 private:
     key_value *first_;
-    key_value *last_;
-    guint32 count_;
+};
+
+// The buckets of one table.
+class Buckets {
+public:
+    class Iterator {
+    public:
+        explicit Iterator(key_value *const *at) : at_(at) {}
+        Bucket operator*() const { return Bucket(*at_); }
+        Iterator &operator++()
+        {
+            ++at_;
+            return *this;
+        }
+        bool operator!=(const Iterator &other) const { return at_ != other.at_; }
+
+    private:
+        key_value *const *at_;
+    };
+
+    explicit Buckets(const std::vector<key_value *> &firsts) : firsts_(firsts) {}
+
+    bool empty() const { return firsts_.empty(); }
+    std::size_t size() const { return firsts_.size(); }
+    Bucket operator[](std::size_t place) const { return Bucket(firsts_[place]); }
+    Iterator begin() const { return Iterator(firsts_.data()); }
+    Iterator end() const { return Iterator(firsts_.data() + firsts_.size()); }
+
+private:
+    const std::vector<key_value *> &firsts_;
 };
 
 class AndList {
@@ -68,35 +86,63 @@ public:
     // Equal tags of a key-value collapse in the copy.
     AndList(const AndList &other);
 
-    const std::vector<Bucket> &keyed() const { return keyed_; }
-    const std::vector<Bucket> &wildcards() const { return wildcards_; }
+    Buckets keyed() const { return Buckets(keyed_); }
+    Buckets wildcards() const { return Buckets(wildcards_); }
 
-    const Bucket *find(const KeyName *key) const;
-    const Bucket *find(std::string_view key) const;
-    const Bucket *find_wildcard(std::string_view value) const;
+    // The bucket of a key (of a value), which is false when there is none.
+    Bucket find(const KeyName *key) const
+    {
+        if (places_)
+            return find_in_places(key);
+        for (key_value *first : keyed_)
+            if (first->key == key)
+                return Bucket(first);
+        return Bucket(nullptr);
+    }
+    Bucket find_wildcard(std::string_view value) const;
+    // Where the bucket of a key stands among the keyed ones, or their number when there is none.
+    std::size_t find_place(std::string_view key) const;
+
+    // Makes room, where so many keys are to come.
+    void reserve(std::size_t count);
 
     // Adds to the bucket of the key (of the value for a key wildcard), making it when needed.
-    void add(KeyValuePtr key_value);
+    void add(key_value key_value);
     // Puts the key-value in the place of all that its key had.
-    void replace(KeyValuePtr key_value);
-    // Puts a whole bucket in the place of one of the same key (of the same value).
-    void put_keyed(Bucket bucket);
-    void put_wildcard(Bucket bucket);
+    void replace(key_value key_value);
+
+    // The same in two steps: a key-value is made in its place, and then begins a bucket, in the
+    // place of one of the same key (of the same value), or extends one of its own key.
+    template <class... Arguments> key_value *make(Arguments &&...arguments)
+    {
+        return &segment_with_room().emplace_back(std::forward<Arguments>(arguments)...);
+    }
+    Bucket begin_bucket(key_value *first);
+    void extend(Bucket bucket, key_value *added);
 
 private:
-    Bucket *find_to_change(const KeyName *key) { return const_cast<Bucket *>(find(key)); }
-    Bucket *find_wildcard_to_change(std::string_view value)
-    {
-        return const_cast<Bucket *>(find_wildcard(value));
-    }
-    void append_keyed(Bucket bucket);
-    void append_wildcard(Bucket bucket);
-
-    std::vector<Bucket> keyed_;
-    std::vector<Bucket> wildcards_;
     // Where a key's (a value's) bucket stands, once there are too many to look at one by one.
-    std::unordered_map<const KeyName *, std::size_t> keyed_places_;
-    std::unordered_map<std::string_view, std::size_t> wildcard_places_;
+    struct Places {
+        std::unordered_map<const KeyName *, std::size_t> keyed;
+        std::unordered_map<std::string_view, std::size_t> wildcards;
+    };
+
+    Bucket find_in_places(const KeyName *key) const;
+    std::size_t find_place(const KeyName *key) const;
+    std::size_t find_wildcard_place(std::string_view value) const;
+    std::vector<key_value> &segment_with_room()
+    {
+        return key_values_.size() < key_values_.capacity() ? key_values_ : add_room();
+    }
+    std::vector<key_value> &add_room();
+    void copy_buckets(const std::vector<key_value *> &from, std::vector<key_value *> &to);
+    void note_places();
+
+    std::vector<key_value> key_values_; // never grows beyond the room it has: then there are more
+    std::vector<std::vector<key_value>> more_key_values_;
+    std::vector<key_value *> keyed_; // the first of each bucket
+    std::vector<key_value *> wildcards_;
+    std::unique_ptr<Places> places_;
 };
 
 } // namespace qandor

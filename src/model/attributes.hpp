@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // The texts that a declaration attaches to a key. They hardly ever change and stand in every event
-// of the declaration, so all copies of a key-value share one immutable block of them.
+// of the declaration, so all copies of a key-value share them, immutable. Those of all keys of a
+// record that is read come to stand in one block, which lives as long as any of them.
 #pragma once
 
 #include "model/counted.hpp"
@@ -30,17 +31,52 @@ inline OptionalText optional_text(const gchar *text)
 
 using AttributeTexts = std::array<OptionalText, 5>;
 
-class Attributes : public Counted {
+// The memory of some attributes, as many as fit.
+class AttributesBlock : public Counted {
+public:
+    static AttributesBlock *make(std::size_t size);
+    static void dispose(AttributesBlock *block);
+
+    // The next bytes of the block, or NULL when so many are not left.
+    char *take(std::size_t size);
+
+private:
+    explicit AttributesBlock(std::size_t size) : left_(size) {}
+
+    std::size_t left_;
+    std::size_t used_ = 0;
+};
+
+class Attributes {
 public:
     // Returns nothing when all texts are empty, as they mostly are.
     static Share<const Attributes> make(const AttributeTexts &texts);
-    static void dispose(const Attributes *attributes);
+
+    // The same for the keys of one record, one after another.
+    class Maker {
+    public:
+        Share<const Attributes> make(const AttributeTexts &texts);
+
+    private:
+        Share<AttributesBlock> block_;
+    };
+
+    void retain() const { block_->retain(); }
+    bool release() const { return block_->release(); }
+    static void dispose(const Attributes *attributes)
+    {
+        AttributesBlock::dispose(attributes->block_);
+    }
 
     OptionalText get(Attribute which) const { return texts_[static_cast<std::size_t>(which)]; }
-    const AttributeTexts &texts() const { return texts_; }
 
 private:
-    Attributes() = default;
+    static const Attributes *place(AttributesBlock *block, char *memory,
+                                   const AttributeTexts &texts);
+
+    explicit Attributes(AttributesBlock *block) : block_(block) {}
+
+    AttributesBlock *block_;
     AttributeTexts texts_;
 };
 

@@ -7,7 +7,7 @@
 
 #include "platform/check.hpp"
 
-#include <functional>
+#include <vector>
 
 using namespace qandor;
 
@@ -35,7 +35,7 @@ bool pair_up(const Range &range1, const Range &range2, std::size_t size, AreEqua
     return true;
 }
 
-bool bucket_is_equal(const Bucket &bucket1, const Bucket &bucket2)
+bool bucket_is_equal(Bucket bucket1, Bucket bucket2)
 {
     if (bucket1.count() != bucket2.count())
         return false;
@@ -52,14 +52,14 @@ bool and_list_is_equal(const AndList &list1, const AndList &list2)
     if (list1.keyed().size() != list2.keyed().size() ||
         list1.wildcards().size() != list2.wildcards().size())
         return false;
-    for (const Bucket &bucket : list1.keyed()) {
-        const Bucket *partner = list2.find(bucket.key);
-        if (!partner || !bucket_is_equal(bucket, *partner))
+    for (Bucket bucket : list1.keyed()) {
+        Bucket partner = list2.find(bucket.key());
+        if (!partner || !bucket_is_equal(bucket, partner))
             return false;
     }
-    for (const Bucket &bucket : list1.wildcards()) {
-        const Bucket *partner = list2.find_wildcard(bucket.first().value);
-        if (!partner || !bucket_is_equal(bucket, *partner))
+    for (Bucket bucket : list1.wildcards()) {
+        Bucket partner = list2.find_wildcard(bucket.first().value);
+        if (!partner || !bucket_is_equal(bucket, partner))
             return false;
     }
     return true;

@@ -12,16 +12,17 @@ using namespace qandor;
 key_value *inspectable::find(std::string_view key) const
 {
     const AndList *list = current();
-    const Bucket *bucket = list ? list->find(key) : nullptr;
-    return bucket ? &bucket->first() : nullptr;
+    if (!list)
+        return nullptr;
+    std::size_t place = list->find_place(key);
+    return place < list->keyed().size() ? &list->keyed()[place].first() : nullptr;
 }
 
-void inspectable::add_key_value_internal(KeyValuePtr key_value)
+void inspectable::add_key_value_internal(key_value key_value)
 {
     AndList *and_list = current();
-    CHECK(key_value != NULL);
     CHECK(and_list != NULL);
-    if (type == IT_EVENT_DECLARATION && !key_value->key_wildcard)
+    if (type == IT_EVENT_DECLARATION && !key_value.key_wildcard)
         and_list->replace(std::move(key_value));
     else
         and_list->add(std::move(key_value));
@@ -76,8 +77,9 @@ gboolean inspectable_add_key_value(inspectable *inspect, const gchar *key, gbool
     if (inspect->type == IT_EVENT || inspect->type == IT_PROPERTY_STATE)
         CHECK(inspectable_get_value(inspect, key) == NULL);
 
-    inspect->add_key_value_internal(
-        make_key_value(key, key_wildcard, value, value_wildcard, negated));
+    KeyValuePtr key_value = make_key_value(key, key_wildcard, value, value_wildcard, negated);
+    CHECK(key_value != NULL);
+    inspect->add_key_value_internal(std::move(*key_value));
     return TRUE;
 }
 

@@ -14,7 +14,11 @@
 #include <vector>
 
 struct inspectable : qandor::SliceAllocated {
+    // One that is about to be read, or to take another one's content.
+    struct Unread {};
+
     explicit inspectable(guint32 type) : type(type) { and_lists.emplace_back(); }
+    explicit inspectable(Unread) : type(IT_EVENT) {}
     inspectable(const inspectable &other, guint32 type)
         : SliceAllocated(), and_lists(other.and_lists), tags(other.tags), internal(other.internal),
           type(type)
@@ -35,7 +39,7 @@ struct inspectable : qandor::SliceAllocated {
     key_value *find(std::string_view key) const;
 
     // Adds a key-value as the type wants it: a declaration keeps only the latest of a key.
-    void add_key_value_internal(qandor::KeyValuePtr key_value);
+    void add_key_value_internal(key_value key_value);
 
     // What positions count: the keys of the current and-list.
     std::size_t position_count() const;

@@ -4,6 +4,7 @@
 
 #include "model/inspectable.hpp"
 
+#include "model/shortbytes.hpp"
 #include "model/valuetypes.hpp"
 #include "platform/check.hpp"
 
@@ -51,8 +52,8 @@ gint inspectable_get_index(const inspectable *inspect, const gchar *key)
     CHECK(inspect->type == IT_EVENT);
     CHECK(key != NULL);
     const AndList *list = inspect->current();
-    const Bucket *bucket = list ? list->find(key) : nullptr;
-    return bucket ? static_cast<gint>(bucket - list->keyed().data()) : -1;
+    std::size_t place = list ? list->find_place(std::string_view(key)) : 0;
+    return list && place < list->keyed().size() ? static_cast<gint>(place) : -1;
 }
 
 guint inspectable_get_key_count(const inspectable *inspect)
@@ -147,11 +148,6 @@ gboolean bool_of(const std::string &text)
     return FALSE;
 }
 
-template <class Value> void store(gpointer result, Value value)
-{
-    *static_cast<Value *>(result) = value;
-}
-
 } // namespace
 
 gboolean inspectable_get_typed_value_at(const inspectable *inspect, guint position, gpointer result)
@@ -165,13 +161,13 @@ gboolean inspectable_get_typed_value_at(const inspectable *inspect, guint positi
     CHECK_VALUE_TYPE(key_value->value_type);
     switch (key_value->value_type) {
     case VALUE_TYPE_INT:
-        store<gint>(result, int_of(key_value->value));
+        store(result, int_of(key_value->value));
         break;
     case VALUE_TYPE_BOOL:
-        store<gboolean>(result, bool_of(key_value->value));
+        store(result, bool_of(key_value->value));
         break;
     case VALUE_TYPE_DOUBLE:
-        store<gdouble>(result, g_ascii_strtod(key_value->value.c_str(), nullptr));
+        store(result, g_ascii_strtod(key_value->value.c_str(), nullptr));
         break;
     case VALUE_TYPE_STRING:
         store<const gchar *>(result, key_value->value.c_str());

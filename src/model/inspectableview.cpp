@@ -12,9 +12,9 @@ using namespace qandor;
 namespace {
 
 // Everything comes out in reverse order: the view is built by prepending.
-GList *prepend_raw(GList *raw, const std::vector<Bucket> &buckets)
+GList *prepend_raw(GList *raw, Buckets buckets)
 {
-    for (const Bucket &bucket : buckets)
+    for (Bucket bucket : buckets)
         for (const key_value &key_value : bucket)
             raw = g_list_prepend(raw, key_value_get_raw(&key_value));
     return raw;
@@ -27,9 +27,9 @@ void free_raw_and_list(gpointer raw)
     });
 }
 
-void print_buckets(const std::vector<Bucket> &buckets)
+void print_buckets(Buckets buckets)
 {
-    for (const Bucket &bucket : buckets)
+    for (Bucket bucket : buckets)
         for (const key_value &key_value : bucket)
             key_value_print(&key_value);
 }

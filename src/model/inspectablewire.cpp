@@ -8,25 +8,12 @@
 
 using namespace qandor;
 
-void ReadBuckets::Part::add(KeyValuePtr key_value)
+void ReadBuckets::check(const key_value &key_value, Bucket bucket) const
 {
-    CHECK_TEXT(wildcard == (key_value->key_wildcard != FALSE),
+    CHECK_TEXT(wildcard == (key_value.key_wildcard != FALSE),
                wildcard ? "key_value->key_wildcard == TRUE" : "key_value->key_wildcard == FALSE");
-    if (!bucket) {
-        bucket = std::make_unique<Bucket>(std::move(key_value));
-        return;
-    }
-    if (wildcard)
-        CHECK(bucket->first().value == key_value->value);
-    bucket->add(std::move(key_value));
-}
-
-void ReadBuckets::put(Bucket bucket)
-{
-    if (wildcard)
-        list.put_wildcard(std::move(bucket));
-    else
-        list.put_keyed(std::move(bucket));
+    if (wildcard && bucket)
+        CHECK_TEXT(bucket.first().value == key_value.value, "bucket->value == key_value->value");
 }
 
 void ReadInspectable::begin()
@@ -34,7 +21,7 @@ void ReadInspectable::begin()
     guint32 itype = type;
     CHECK(itype == IT_EVENT_DECLARATION || itype == IT_EVENT || itype == IT_PROPERTY_STATE ||
           itype == IT_SUBSCRIBE_EXPRESSION);
-    made = inspectable(itype);
+    made.type = itype;
     made.and_lists.clear();
     made.has_positions = itype == IT_EVENT || itype == IT_PROPERTY_STATE;
 }
@@ -52,7 +39,7 @@ inspectable *inspectable_deserialize_internal(GArray *array, guint *indx)
     CHECK(array != NULL);
     CHECK(indx != NULL);
     wire::Reader reader(array, indx);
-    auto made = std::make_unique<inspectable>(IT_EVENT);
+    auto made = std::make_unique<inspectable>(inspectable::Unread());
     ReadInspectable reading(*made);
     grammar::inspectable(reader, reading);
     return made.release();

@@ -7,10 +7,12 @@
 #include "model/keyvaluewire.hpp"
 #include "platform/check.hpp"
 
+#include <algorithm>
+
 namespace qandor {
 
 struct WrittenBucket {
-    const Bucket &bucket;
+    Bucket bucket;
     std::size_t count() const { return bucket.count(); }
     template <class Visit> void each(guint32, Visit visit) const
     {
@@ -20,11 +22,11 @@ struct WrittenBucket {
 };
 
 struct WrittenBuckets {
-    const std::vector<Bucket> &buckets;
+    Buckets buckets;
     std::size_t count() const { return buckets.size(); }
     template <class Visit> void each(guint32, Visit visit) const
     {
-        for (const Bucket &bucket : buckets)
+        for (Bucket bucket : buckets)
             visit(WrittenBucket{bucket});
     }
 };
@@ -58,41 +60,47 @@ struct WrittenInspectable {
 // takes the place of the first.
 struct ReadBuckets {
     struct Part {
-        bool wildcard;
-        std::unique_ptr<Bucket> bucket;
+        ReadBuckets &table;
 
         std::size_t count() const { return 0; }
         template <class Visit> void each(guint32 count, Visit visit)
         {
             CHECK_TEXT(count > 0, "bucket->key_values != NULL");
+            Bucket bucket(nullptr);
             for (guint32 i = 0; i < count; ++i) {
-                ReadKeyValue reading;
+                ReadKeyValue reading(table.attributes, &table.list);
                 visit(reading);
-                add(std::move(reading.made));
+                table.check(*reading.made, bucket);
+                if (bucket)
+                    table.list.extend(bucket, reading.made);
+                else
+                    bucket = table.list.begin_bucket(reading.made);
             }
         }
-        void add(KeyValuePtr key_value);
     };
 
     AndList &list;
+    Attributes::Maker &attributes;
     bool wildcard;
 
     std::size_t count() const { return 0; }
     template <class Visit> void each(guint32 count, Visit visit)
     {
-        for (guint32 i = 0; i < count; ++i) {
-            Part part{wildcard, nullptr};
-            visit(part);
-            put(std::move(*part.bucket));
-        }
+        // A count of strangers is no reason to make room for it all at once.
+        constexpr guint32 trusted = 64;
+        if (!wildcard)
+            list.reserve(std::min(count, trusted));
+        for (guint32 i = 0; i < count; ++i)
+            visit(Part{*this});
     }
-    void put(Bucket bucket);
+    void check(const key_value &key_value, Bucket bucket) const;
 };
 
 struct ReadAndList {
     AndList &list;
-    ReadBuckets keyed() { return {list, false}; }
-    ReadBuckets wildcards() { return {list, true}; }
+    Attributes::Maker &attributes;
+    ReadBuckets keyed() { return {list, attributes, false}; }
+    ReadBuckets wildcards() { return {list, attributes, true}; }
 };
 
 struct ReadInspectable {
@@ -106,7 +114,7 @@ struct ReadInspectable {
     {
         for (guint32 i = 0; i < count; ++i) {
             made.and_lists.emplace_back();
-            visit(ReadAndList{made.and_lists.back()});
+            visit(ReadAndList{made.and_lists.back(), attributes});
         }
     }
     auto tags()
@@ -117,6 +125,7 @@ struct ReadInspectable {
     guint32 type;
     gint &internal;
     inspectable &made;
+    Attributes::Maker attributes{};
 };
 
 } // namespace qandor

@@ -15,9 +15,9 @@ namespace {
 constexpr const gchar *XML_EXPRESSION = "expression";
 constexpr const gchar *XML_TAG = "tag";
 
-void add_key_values(xmlnode *node, const std::vector<Bucket> &buckets)
+void add_key_values(xmlnode *node, Buckets buckets)
 {
-    for (const Bucket &bucket : buckets)
+    for (Bucket bucket : buckets)
         for (const key_value &key_value : bucket)
             xmlnode_add_child(node, key_value_serialize_xml(&key_value));
 }
@@ -30,7 +30,7 @@ bool inspectable_deserialize_expression(inspectable &inspect, const xmlnode *exp
             log_warning("Could not deserialize expression");
             return false;
         }
-        inspect.add_key_value_internal(std::move(key_value));
+        inspect.add_key_value_internal(std::move(*key_value));
     }
     return true;
 }

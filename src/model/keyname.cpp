@@ -2,6 +2,8 @@
 
 #include "model/keyname.hpp"
 
+#include "model/shortbytes.hpp"
+
 #include <atomic>
 #include <cstring>
 #include <mutex>
@@ -15,27 +17,10 @@ constexpr std::size_t chain_count = 1024;
 std::atomic<const KeyName *> chains[chain_count];
 std::mutex making;
 
-guint32 hash_of(std::string_view name)
-{
-    guint64 hash = name.size() * 0x9E3779B97F4A7C15U;
-    const char *bytes = name.data();
-    std::size_t left = name.size();
-    while (left > 0) {
-        guint64 word = 0;
-        std::size_t step = left < sizeof word ? left : sizeof word;
-        std::memcpy(&word, bytes, step);
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDU;
-        hash ^= hash >> 32;
-        bytes += step;
-        left -= step;
-    }
-    return static_cast<guint32>(hash);
-}
-
 const KeyName *find_in_chain(std::string_view name, guint32 hash)
 {
     const KeyName *candidate = chains[hash % chain_count].load(std::memory_order_acquire);
-    while (candidate && (candidate->hash != hash || candidate->view() != name))
+    while (candidate && (candidate->hash != hash || !are_same_bytes(candidate->view(), name)))
         candidate = candidate->next;
     return candidate;
 }

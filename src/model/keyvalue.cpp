@@ -79,12 +79,6 @@ key_value *key_value_copy(const key_value *key_value)
 
 namespace {
 
-// NULL equals only NULL.
-bool are_same_texts(OptionalText text1, OptionalText text2)
-{
-    return text1 == text2 && !text1.data() == !text2.data();
-}
-
 bool agree_in(Attribute which, const key_value &key_value1, const key_value &key_value2)
 {
     return are_same_texts(key_value1.attribute(which), key_value2.attribute(which));
@@ -111,52 +105,6 @@ gboolean key_value_is_equal(const key_value *key_value1, const key_value *key_va
            agree_in(Attribute::ValueNiceName, *key_value1, *key_value2) &&
            agree_in(Attribute::ValueUserString, *key_value1, *key_value2) &&
            agree_in(Attribute::ComplexTypeName, *key_value1, *key_value2);
-}
-
-namespace {
-
-// The name space of a condition holds for everybody when it is "", and is compared otherwise.
-bool is_in_name_space(const key_value &container, const key_value &condition)
-{
-    if (!condition.attributes)
-        return true;
-    OptionalText wanted = condition.attributes->get(Attribute::NameSpace);
-    if (wanted.data() && wanted.empty())
-        return true;
-    return are_same_texts(container.attribute(Attribute::NameSpace), wanted);
-}
-
-Verdict weigh_positives(const key_value &container, const key_value &condition)
-{
-    if (container.value_wildcard || condition.value_wildcard || container.value == condition.value)
-        return Verdict::Matched;
-    return Verdict::Differs;
-}
-
-Verdict weigh_one_negated(const key_value &negated, const key_value &positive)
-{
-    if (negated.value_wildcard)
-        return Verdict::Excluded;
-    if (positive.value_wildcard)
-        return Verdict::Neither;
-    return negated.value == positive.value ? Verdict::Excluded : Verdict::Neither;
-}
-
-} // namespace
-
-Verdict qandor::weigh(const key_value *container, const key_value &condition)
-{
-    if (!container)
-        return condition.negated ? Verdict::Neither : Verdict::Excluded;
-    if (!is_in_name_space(*container, condition))
-        return Verdict::Excluded;
-    if (container->negated && condition.negated)
-        return Verdict::Neither;
-    if (container->negated)
-        return weigh_one_negated(*container, condition);
-    if (condition.negated)
-        return weigh_one_negated(condition, *container);
-    return weigh_positives(*container, condition);
 }
 
 void key_value_is_contained(const key_value *key_value_container,

@@ -5,6 +5,7 @@
 
 #include "model/attributes.hpp"
 #include "model/keyname.hpp"
+#include "model/shortbytes.hpp"
 #include "model/taglist.hpp"
 #include "platform/owners.hpp"
 
@@ -19,7 +20,11 @@ struct key_value : qandor::SliceAllocated {
     std::string value;
     qandor::Share<const qandor::Attributes> attributes;
     qandor::TagShare tags;
-    key_value *next = nullptr; // the next of its bucket, which owns it
+    // Its place in an and-list, see andlist.hpp: the next of its bucket and, in the first one of a
+    // bucket, the last one and their number.
+    key_value *next = nullptr;
+    key_value *last = nullptr;
+    guint32 count = 0;
     // Kept as they were given: the flag tests read them as "not 0".
     gint key_wildcard;
     gint value_wildcard;
@@ -40,7 +45,8 @@ struct key_value : qandor::SliceAllocated {
           value_settable(other.value_settable), value_type(other.value_type)
     {
     }
-    key_value &operator=(const key_value &) = delete;
+    key_value(key_value &&) = default;
+    key_value &operator=(key_value &&) = default;
 
     qandor::OptionalText attribute(qandor::Attribute which) const
     {
@@ -67,9 +73,56 @@ enum class Verdict {
     Excluded, // the condition is broken, whatever else the container has
 };
 
+// NULL equals only NULL.
+inline bool are_same_texts(OptionalText text1, OptionalText text2)
+{
+    return are_same_bytes(text1, text2) && !text1.data() == !text2.data();
+}
+
+// The name space of a condition holds for everybody when it is "", and is compared otherwise.
+inline bool is_in_name_space(const key_value &container, const key_value &condition)
+{
+    if (!condition.attributes)
+        return true;
+    OptionalText wanted = condition.attributes->get(Attribute::NameSpace);
+    if (wanted.data() && wanted.empty())
+        return true;
+    return are_same_texts(container.attribute(Attribute::NameSpace), wanted);
+}
+
+inline Verdict weigh_positives(const key_value &container, const key_value &condition)
+{
+    if (container.value_wildcard || condition.value_wildcard ||
+        are_same_bytes(container.value, condition.value))
+        return Verdict::Matched;
+    return Verdict::Differs;
+}
+
+inline Verdict weigh_one_negated(const key_value &negated, const key_value &positive)
+{
+    if (negated.value_wildcard)
+        return Verdict::Excluded;
+    if (positive.value_wildcard)
+        return Verdict::Neither;
+    return are_same_bytes(negated.value, positive.value) ? Verdict::Excluded : Verdict::Neither;
+}
+
 // Weighs a condition against a record of the same key, or against NULL when there is none. Neither
 // is a key wildcard.
-Verdict weigh(const key_value *container, const key_value &condition);
+inline Verdict weigh(const key_value *container, const key_value &condition)
+{
+    if (!container)
+        return condition.negated ? Verdict::Neither : Verdict::Excluded;
+    if (!is_in_name_space(*container, condition))
+        return Verdict::Excluded;
+    if (container->negated && condition.negated)
+        return Verdict::Neither;
+    if (container->negated)
+        return weigh_one_negated(*container, condition);
+    if (condition.negated)
+        return weigh_one_negated(condition, *container);
+    return weigh_positives(*container, condition);
+}
 
 // Like key_value_new(): checks what it is given, and returns nothing when both wildcards are TRUE.
 KeyValuePtr make_key_value(const gchar *key, gboolean key_wildcard, const gchar *value,

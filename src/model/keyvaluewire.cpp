@@ -19,11 +19,14 @@ void ReadKeyValue::make()
 
     std::string_view key = fields.key_wildcard == TRUE ? std::string_view("") : fields.key;
     std::string_view value = fields.value_wildcard == TRUE ? std::string_view("") : fields.value;
-    made = std::make_unique<key_value>(KeyName::intern(key), fields.key_wildcard, value,
-                                       fields.value_wildcard, fields.negated);
+    const KeyName *name = KeyName::intern(key);
+    made = list
+               ? list->make(name, fields.key_wildcard, value, fields.value_wildcard, fields.negated)
+               : new key_value(name, fields.key_wildcard, value, fields.value_wildcard,
+                               fields.negated);
     made->attributes =
-        Attributes::make({fields.name_space, fields.key_nice_name, fields.value_nice_name,
-                          fields.value_user_string, fields.complex_type_name});
+        attributes.make({fields.name_space, fields.key_nice_name, fields.value_nice_name,
+                         fields.value_user_string, fields.complex_type_name});
     made->value_type = fields.value_type;
 }
 
@@ -40,7 +43,8 @@ key_value *key_value_deserialize(GArray *array, guint *indx)
     CHECK(array != NULL);
     CHECK(indx != NULL);
     wire::Reader reader(array, indx);
-    ReadKeyValue reading;
+    Attributes::Maker attributes;
+    ReadKeyValue reading(attributes, nullptr);
     grammar::key_value(reader, reading);
-    return reading.made.release();
+    return reading.made;
 }

@@ -3,6 +3,7 @@
 // Key-values as subjects of the grammar: one that is written, one that is read.
 #pragma once
 
+#include "model/andlist.hpp"
 #include "model/grammar.hpp"
 #include "model/keyvalue.hpp"
 
@@ -64,7 +65,8 @@ struct WrittenKeyValue {
     const WrittenTags tags;
 };
 
-// Reads a record; the tags come last, so the key-value is made when their turn comes.
+// Reads a record into an and-list, not yet in a bucket, or into one of its own. The tags come last,
+// so the key-value is made when their turn comes.
 struct ReadKeyValue {
     struct Tags {
         ReadKeyValue &reading;
@@ -80,11 +82,19 @@ struct ReadKeyValue {
         }
     };
 
+    ReadKeyValue(Attributes::Maker &attributes, AndList *list) : attributes(attributes), list(list)
+    {
+    }
+    ReadKeyValue(const ReadKeyValue &) = delete;
+    ReadKeyValue &operator=(const ReadKeyValue &) = delete;
+
     void make();
 
     grammar::KeyValueFields fields;
     Tags tags{*this};
-    KeyValuePtr made;
+    Attributes::Maker &attributes;
+    AndList *list;
+    key_value *made = nullptr;
 };
 
 } // namespace qandor

@@ -7,8 +7,6 @@
 
 #include "platform/check.hpp"
 
-#include <algorithm>
-
 using namespace qandor;
 
 namespace {
@@ -30,22 +28,21 @@ private:
     bool matched_ = false;
 };
 
-void weigh_condition(const Bucket *present, const key_value &condition, BucketVerdict &verdict)
+void weigh_condition(Bucket present, const key_value &condition, BucketVerdict &verdict)
 {
     if (!present) {
         verdict.take(weigh(nullptr, condition));
         return;
     }
-    for (const key_value &container : *present) {
+    for (const key_value &container : present) {
         verdict.take(weigh(&container, condition));
         if (verdict.excluded())
             return;
     }
 }
 
-bool bucket_is_satisfied(const AndList &container, const Bucket &conditions)
+[[gnu::noinline]] bool several_are_satisfied(Bucket present, Bucket conditions)
 {
-    const Bucket *present = container.find(conditions.key);
     BucketVerdict verdict;
     bool all_negated = true;
     for (const key_value &condition : conditions) {
@@ -57,6 +54,21 @@ bool bucket_is_satisfied(const AndList &container, const Bucket &conditions)
     return verdict.matched() || all_negated;
 }
 
+// A condition alone on its key, as most are, against the one key-value that is there.
+bool condition_is_satisfied(Bucket present, const key_value &condition)
+{
+    Verdict verdict = weigh(present ? &present.first() : nullptr, condition);
+    return verdict == Verdict::Matched || (verdict != Verdict::Excluded && condition.negated);
+}
+
+bool bucket_is_satisfied(const AndList &container, Bucket conditions)
+{
+    Bucket present = container.find(conditions.key());
+    if (conditions.count() == 1 && (!present || present.count() == 1))
+        return condition_is_satisfied(present, conditions.first());
+    return several_are_satisfied(present, conditions);
+}
+
 // How the values of a container meet the key wildcards of one value.
 struct Evaluated {
     bool has_value = false;    // some key has exactly the value
@@ -66,7 +78,7 @@ struct Evaluated {
 Evaluated bucket_evaluate(const AndList &container, const std::string &value)
 {
     Evaluated evaluated;
-    for (const Bucket &bucket : container.keyed()) {
+    for (Bucket bucket : container.keyed()) {
         for (const key_value &present : bucket) {
             if (present.negated)
                 continue;
@@ -80,7 +92,7 @@ Evaluated bucket_evaluate(const AndList &container, const std::string &value)
 }
 
 // A key of any value stands in for a condition's value, but does not break a negated condition.
-bool bucket_check_evaluated(const Bucket &conditions, Evaluated evaluated)
+bool bucket_check_evaluated(Bucket conditions, Evaluated evaluated)
 {
     for (const key_value &condition : conditions) {
         bool holds = condition.negated ? !evaluated.has_value
@@ -95,10 +107,10 @@ bool and_list_contains(const AndList &container, const AndList &conditions)
 {
     if (!container.wildcards().empty())
         return false;
-    for (const Bucket &bucket : conditions.keyed())
+    for (Bucket bucket : conditions.keyed())
         if (!bucket_is_satisfied(container, bucket))
             return false;
-    for (const Bucket &bucket : conditions.wildcards())
+    for (Bucket bucket : conditions.wildcards())
         if (!bucket_check_evaluated(bucket, bucket_evaluate(container, bucket.first().value)))
             return false;
     return true;
@@ -124,7 +136,8 @@ gboolean inspectable_is_complete(const inspectable *inspect)
     CHECK(inspect != NULL);
     CHECK(inspect->type == IT_EVENT_DECLARATION || inspect->type == IT_EVENT);
     CHECK_TEXT(inspect->and_lists.size() == 1, "g_list_length(inspect->and_lists) == 1");
-    const std::vector<Bucket> &buckets = inspect->and_lists.front().keyed();
-    return std::none_of(buckets.begin(), buckets.end(),
-                        [](const Bucket &bucket) { return bucket.first().is_open(); });
+    for (Bucket bucket : inspect->and_lists.front().keyed())
+        if (bucket.first().is_open())
+            return FALSE;
+    return TRUE;
 }

@@ -12,6 +12,8 @@ constexpr std::size_t many = 16;
 
 } // namespace
 
+const std::vector<std::string> no_tags;
+
 bool TagList::has(std::string_view tag) const
 {
     if (known_.empty())
@@ -47,20 +49,12 @@ TagList &own_tags(TagShare &share)
     return *share;
 }
 
-TagShare distinct_tags(const TagShare &share)
+TagShare without_repeats(const TagList &list)
 {
-    if (!share || !share->may_repeat())
-        return share;
     TagShare distinct(new TagList());
-    for (const std::string &tag : share->tags())
+    for (const std::string &tag : list.tags())
         distinct->add(tag);
     return distinct;
-}
-
-const std::vector<std::string> &tags_of(const TagShare &share)
-{
-    static const std::vector<std::string> none;
-    return share ? share->tags() : none;
 }
 
 bool has_tag(const std::vector<std::string> &tags, std::string_view tag)

@@ -39,11 +39,21 @@ using TagShare = Share<TagList>;
 // The list to change: the owner's own, made or unshared when needed.
 TagList &own_tags(TagShare &share);
 
+TagShare without_repeats(const TagList &list);
+
 // A copy in which equal tags have collapsed: the same list where none are equal.
-TagShare distinct_tags(const TagShare &share);
+inline TagShare distinct_tags(const TagShare &share)
+{
+    return share && share->may_repeat() ? without_repeats(*share) : share;
+}
+
+extern const std::vector<std::string> no_tags;
 
 // The tags of a share that may hold nothing.
-const std::vector<std::string> &tags_of(const TagShare &share);
+inline const std::vector<std::string> &tags_of(const TagShare &share)
+{
+    return share ? share->tags() : no_tags;
+}
 
 bool has_tag(const std::vector<std::string> &tags, std::string_view tag);
 

@@ -8,10 +8,58 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <cmath>
 #include <vector>
 
 using namespace qandor;
+
+namespace {
+
+__extension__ typedef unsigned __int128 wide;
+
+// The number with six decimals, rounded to even as "%f" does, where it is small enough to be exact
+// in integers; nothing otherwise. Most values of most events are, and printf is by far the dearest
+// step of filling one in.
+std::string_view format_small_double(char *buffer, gdouble number)
+{
+    constexpr gdouble small = 1LL << 43;
+    gdouble magnitude = std::fabs(number);
+    if (!(magnitude < small))
+        return {};
+
+    int exponent;
+    auto mantissa = static_cast<guint64>(std::ldexp(std::frexp(magnitude, &exponent), 53));
+    int shift = 53 - exponent; // the number is the mantissa divided by two to the power of it
+    wide scaled = static_cast<wide>(mantissa) * 1000000;
+    guint64 millionths = 0;
+    if (shift < 100) {
+        wide one = 1;
+        wide rest = scaled & ((one << shift) - 1);
+        wide half = one << (shift - 1);
+        millionths = static_cast<guint64>(scaled >> shift);
+        if (rest > half || (rest == half && millionths % 2 == 1))
+            ++millionths;
+    }
+
+    char *cursor = buffer;
+    if (std::signbit(number))
+        *cursor++ = '-';
+    constexpr guint64 million = 1000000;
+    cursor = std::to_chars(cursor, cursor + 20, millionths / million).ptr;
+    // A leading 1 keeps the zeroes of the decimals; the point takes its place.
+    char *point = cursor;
+    cursor = std::to_chars(cursor, cursor + 8, million + millionths % million).ptr;
+    *point = '.';
+    return {buffer, static_cast<std::size_t>(cursor - buffer)};
+}
+
+std::string_view format_double(char *buffer, int size, gdouble number)
+{
+    std::string_view text = format_small_double(buffer, number);
+    return text.empty() ? g_ascii_formatd(buffer, size, "%f", number) : text;
+}
+
+} // namespace
 
 ValueText::ValueText(gconstpointer value, guint32 value_type)
 {
@@ -26,8 +74,7 @@ ValueText::ValueText(gconstpointer value, guint32 value_type)
         text_ = *static_cast<const gboolean *>(value) ? "1" : "0";
         break;
     case VALUE_TYPE_DOUBLE:
-        text_ =
-            g_ascii_formatd(buffer_, sizeof buffer_, "%f", *static_cast<const gdouble *>(value));
+        text_ = format_double(buffer_, sizeof buffer_, *static_cast<const gdouble *>(value));
         break;
     case VALUE_TYPE_STRING:
         text_ = static_cast<const gchar *>(value);

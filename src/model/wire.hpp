@@ -7,6 +7,7 @@
 // Multi-byte integers are little-endian. A text is a 16-bit length and the bytes without a NUL.
 #pragma once
 
+#include "model/shortbytes.hpp"
 #include "platform/check.hpp"
 
 #include <qandor/serialize.h>
@@ -97,33 +98,40 @@ private:
     }
     void put_bytes(gconstpointer bytes, std::size_t size)
     {
-        if (size == 0)
-            return;
-        std::memcpy(cursor_, bytes, size);
+        copy_bytes(cursor_, bytes, size);
         cursor_ += size;
     }
 
     guint8 *cursor_;
 };
 
-// Reads from a buffer at the caller's index. Whatever does not fit ends the process.
+// Reads from a buffer at the caller's index, which has moved past what was read when the reader is
+// gone. Whatever does not fit ends the process.
 class Reader {
 public:
-    Reader(GArray *array, guint *indx) : array_(array), indx_(indx) {}
+    Reader(GArray *array, guint *indx) : indx_(indx)
+    {
+        CHECK_TEXT(*indx <= array->len, "array->len >= *indx + size");
+        begin_ = reinterpret_cast<const guint8 *>(array->data);
+        cursor_ = begin_ + *indx;
+        end_ = begin_ + array->len;
+    }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+    ~Reader() { *indx_ = static_cast<guint>(cursor_ - begin_); }
 
     // Moves past the next bytes and returns where they stand.
-    const guint8 *deserialize_size(guint32 size)
+    const guint8 *deserialize_size(std::size_t size)
     {
-        CHECK_TEXT(*indx_ <= array_->len && size <= array_->len - *indx_,
-                   "array->len >= *indx + size");
-        const auto *bytes = reinterpret_cast<const guint8 *>(array_->data) + *indx_;
-        *indx_ += size;
+        CHECK_TEXT(size <= left(), "array->len >= *indx + size");
+        const guint8 *bytes = cursor_;
+        cursor_ += size;
         return bytes;
     }
     std::string_view deserialize_string()
     {
-        guint32 length = get<guint16>();
-        CHECK_TEXT(length <= array_->len - *indx_, "array->len >= *indx + length");
+        std::size_t length = get<guint16>();
+        CHECK_TEXT(length <= left(), "array->len >= *indx + length");
         return {reinterpret_cast<const char *>(deserialize_size(length)), length};
     }
 
@@ -150,10 +158,9 @@ public:
     void text(std::string_view &field) { field = deserialize_string(); }
     void blob(Blob &blob) { blob.data = deserialize_size(blob.size); }
 
-    GArray *array() const { return array_; }
-    guint *indx() const { return indx_; }
-
 private:
+    std::size_t left() const { return static_cast<std::size_t>(end_ - cursor_); }
+
     template <class Integer> Integer get()
     {
         Integer value;
@@ -166,8 +173,10 @@ private:
             return value;
     }
 
-    GArray *array_;
     guint *indx_;
+    const guint8 *begin_;
+    const guint8 *cursor_;
+    const guint8 *end_;
 };
 
 // Walks bytes of strangers. The first thing wrong is kept with its place; from then on every field
