@@ -102,7 +102,8 @@ QANDOR_API gboolean event_contains(const event *container, const subscribe_expre
 
 /**
  * Fills in a value, given in the key's declared type: a pointer to a gint, gboolean or gdouble, or
- * the string itself. FALSE when there is no such key or the declaration fixed its value.
+ * the string itself. FALSE when there is no such key, and for one whose value never was open: in an
+ * event that was received, or a declaration that was read from XML.
  */
 QANDOR_API gboolean event_set_value(event *event, const gchar *key, gconstpointer value);
 

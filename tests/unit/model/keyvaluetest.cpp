@@ -85,8 +85,7 @@ TEST(KeyValueDeathTest, WhatIsNeededMustBeThere)
 
 TEST(KeyValueDeathTest, ANullTextCannotBeWritten)
 {
-    Owned<key_value> record(
-        key_value_new("k", FALSE, nullptr, "", "v", FALSE, "", "", "", FALSE));
+    Owned<key_value> record(key_value_new("k", FALSE, nullptr, "", "v", FALSE, "", "", "", FALSE));
     Owned<GArray> bytes(serialize_create_array());
     EXPECT_DEATH(key_value_serialize(record.get(), bytes.get()), "string != NULL");
 }

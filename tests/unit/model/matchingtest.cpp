@@ -308,8 +308,8 @@ TEST(Checker, AcceptsWhatIsWrittenAndWhatItAcceptsCanBeUsedWithoutEndingTheProce
                 Owned<subscribe_expression> copy(subscribe_expression_copy(read.get()));
                 inspectable *content = subscribe_expression_get_inspectable(copy.get());
                 inspectable_contains(content, content);
-                EXPECT_TRUE(inspectable_is_equal(
-                    content, subscribe_expression_get_inspectable(read.get())));
+                EXPECT_TRUE(inspectable_is_equal(content,
+                                                 subscribe_expression_get_inspectable(read.get())));
                 subscribe_expression_print(copy.get());
                 Owned<gchar> xml(subscribe_expression_serialize_xml(copy.get()));
                 Owned<GArray> again(subscribe_expression_serialize(copy.get()));

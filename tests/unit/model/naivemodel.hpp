@@ -124,7 +124,8 @@ bool naive_same(std::vector<Element> one, std::vector<Element> other, AreEqual a
 inline bool naive_equal(const NaiveInspectable &one, const NaiveInspectable &other)
 {
     return naive_same(one, other, [](const NaiveAndList &a, const NaiveAndList &b) {
-        return naive_same(a, b, [](const NaiveKeyValue &x, const NaiveKeyValue &y) { return x == y; });
+        return naive_same(a, b,
+                          [](const NaiveKeyValue &x, const NaiveKeyValue &y) { return x == y; });
     });
 }
 
