@@ -188,6 +188,12 @@ void Book::forget_peer(const std::string &name)
         disconnect_consumer(PeerAddress(at->first));
 }
 
+const Declaration *Book::find_declaration(guint32 global_id) const
+{
+    auto found = declarations_.find(global_id);
+    return found == declarations_.end() ? nullptr : &found->second;
+}
+
 std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const
 {
     std::vector<const Declaration *> found;

@@ -71,6 +71,9 @@ public:
     // A name has left the bus, with all its objects.
     void forget_peer(const std::string &name);
 
+    // NULL when there is none (any more).
+    const Declaration *find_declaration(guint32 global_id) const;
+
     // The property declarations whose events can satisfy the expression, by global id.
     std::vector<const Declaration *> find_properties(const subscribe_expression *expression) const;
     guint32 new_subscription_id();

@@ -25,9 +25,9 @@ int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
     if (!request.read_record(RecordKind::SubscribeExpression))
         return request.refusal();
     ExpressionOwner record(subscribe_expression_deserialize(request.record()));
-    const Subscription &subscription = service.book.subscribe(peer, token, std::move(record));
+    // First the answer: the producers of a subscription that is replaced are told.
     int r = request.answer();
-    service.book.announce(subscription);
+    service.book.announce(service.book.subscribe(peer, token, std::move(record)));
     return r;
 }
 

@@ -4,6 +4,9 @@
 
 #include <systemd/sd-journal.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +15,24 @@ namespace qandor {
 namespace {
 
 LogLevel highest = LogLevel::Info;
+bool journal = false;
+
+// Whether standard error goes to the journal, so that the lines may go there with their levels.
+bool is_journal_behind_standard_error()
+{
+    const char *stream = std::getenv("JOURNAL_STREAM");
+    struct stat status = {};
+    unsigned long long device = 0, number = 0;
+    return stream && std::sscanf(stream, "%llu:%llu", &device, &number) == 2 &&
+           fstat(STDERR_FILENO, &status) == 0 && status.st_dev == device &&
+           status.st_ino == number;
+}
 
 void write_line(LogLevel level, const char *line)
 {
     if (level > highest)
         return;
-    if (std::getenv("JOURNAL_STREAM"))
+    if (journal)
         sd_journal_print(static_cast<int>(level), "%s", line);
     else
         std::fprintf(stderr, "event-switch: %s\n", line);
@@ -47,6 +62,7 @@ std::optional<LogLevel> parse_log_level(std::string_view name)
 void open_log(LogLevel level)
 {
     highest = level;
+    journal = is_journal_behind_standard_error();
     g_log_set_default_handler(write_library_line, nullptr);
 }
 

@@ -39,9 +39,9 @@ int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
                        "An external declaration needs a value for 'topic0'");
         return request.refusal();
     }
-    const Declaration &declaration = service.book.declare(peer, std::move(record));
+    // First the answer: a declaration that is replaced has its subscribers told.
     int r = request.answer();
-    service.book.announce(declaration);
+    service.book.announce(service.book.declare(peer, std::move(record)));
     return r;
 }
 
@@ -77,6 +77,9 @@ int answer_type_result(Request &request, TypeResult result)
         request.refuse(SD_BUS_ERROR_INVALID_ARGS,
                        "A type's name is 1 to 128 letters, digits, '.', '_' and '-' and does not "
                        "begin with '.'");
+        break;
+    case TypeResult::Unreadable:
+        request.refuse(SD_BUS_ERROR_INVALID_ARGS, "The declaration cannot be told as XML");
         break;
     case TypeResult::Exists:
         request.refuse(SD_BUS_ERROR_FILE_EXISTS, "The type is part of the system");

@@ -5,6 +5,7 @@
 #include "switch/buspost.hpp"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace qandor {
 namespace {
@@ -22,9 +23,9 @@ PropertyStateOwner state_from(const event *event)
     PropertyStateOwner state(property_state_new());
     for (guint i = 0; i < event_get_key_count(event); ++i) {
         const gchar *key = event_get_key_at(event, i);
-        property_state_add_key_value(state.get(), key, event_get_value_at(event, i),
-                                     event_has_tag_at(event, i, PROPERTY_STATE_TAG));
-        property_state_set_name_space(state.get(), key, event_get_name_space_at(event, i));
+        if (property_state_add_key_value(state.get(), key, event_get_value_at(event, i),
+                                         event_has_tag_at(event, i, PROPERTY_STATE_TAG)))
+            property_state_set_name_space(state.get(), key, event_get_name_space_at(event, i));
     }
     return state;
 }
@@ -45,15 +46,19 @@ ExpressionOwner clandestine_copy(const subscribe_expression *expression)
 } // namespace
 
 struct PropertyQuestions::Question {
+    struct Asked {
+        guint32 global_id;
+        std::string name;
+    };
+
     PropertyQuestions &owner;
     guint32 token;
     guint32 subscription_id;
     BusMessageOwner call;
     ExpressionOwner expression;
+    guint waiting; // for the answers of so many producers, those not asked yet included
     EventTimerOwner timer;
-    std::vector<guint32> asked; // global ids
-    guint waiting = 0;          // for the answers of so many producers
-    bool skipped = false;       // some producer could not be asked
+    std::vector<Asked> asked;
 };
 
 // A Subscribe call under way. It may outlive its question.
@@ -90,6 +95,7 @@ void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *ex
                                                     book_.new_subscription_id(),
                                                     BusMessageOwner(sd_bus_message_ref(call)),
                                                     clandestine_copy(expression),
+                                                    static_cast<guint>(properties.size()),
                                                     nullptr,
                                                     {}});
     Question &question = *made;
@@ -101,9 +107,28 @@ void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *ex
     subscribe_expression_set_dbus_service(question.expression.get(), own_name);
     subscribe_expression_set_dbus_object(question.expression.get(), object);
     subscribe_expression_set_consumer_token(question.expression.get(), token);
+    start_timer(question, deadline_usec, end_of_deadline);
     for (const Declaration *declaration : properties)
-        ask_producer(question, *declaration);
-    start_timer(question, question.waiting > 0 ? deadline_usec : 0, end_of_deadline);
+        unasked_.push_back({token, declaration->global_id});
+    ask_next();
+}
+
+// Asks whoever may be asked now; the others stay in the queue.
+void PropertyQuestions::ask_next()
+{
+    for (auto at = unasked_.begin(); at != unasked_.end() && askings_.size() < max_askings;) {
+        Question &question = *questions_.at(at->token);
+        const Declaration *declaration = book_.find_declaration(at->global_id);
+        if (declaration && !may_be_asked(declaration->producer.name)) {
+            ++at;
+            continue;
+        }
+        at = unasked_.erase(at);
+        if (declaration)
+            ask_producer(question, *declaration);
+        else
+            count_answer(question);
+    }
 }
 
 void PropertyQuestions::ask_producer(Question &question, const Declaration &declaration)
@@ -111,10 +136,6 @@ void PropertyQuestions::ask_producer(Question &question, const Declaration &decl
     const std::string &name = declaration.producer.name;
     BusMessageOwner call =
         BusPost::new_subscribe_call(bus_, declaration, question.expression.get());
-    if (!call || !may_be_asked(name)) {
-        question.skipped = true;
-        return;
-    }
     askings_.push_front({*this, question.token, name, nullptr, {}});
     Asking &asking = askings_.front();
     asking.place = askings_.begin();
@@ -122,16 +143,14 @@ void PropertyQuestions::ask_producer(Question &question, const Declaration &decl
     // The bus answers for a producer that leaves; until then the call counts there, so it counts
     // here too, however long that takes.
     sd_bus_slot *slot = nullptr;
-    int r =
-        sd_bus_call_async(bus_, &slot, call.get(), receive_subscribe_answer, &asking, G_MAXUINT64);
+    int r = call ? sd_bus_call_async(bus_, &slot, call.get(), receive_subscribe_answer, &asking,
+                                     G_MAXUINT64)
+                 : -ENOMEM;
     asking.slot.reset(slot);
-    if (r < 0) {
-        question.skipped = true;
-        settle(asking);
-        return;
-    }
-    question.asked.push_back(declaration.global_id);
-    ++question.waiting;
+    if (r < 0)
+        settle(asking); // nobody answers: the deadline ends the question
+    else
+        question.asked.push_back({declaration.global_id, name});
 }
 
 void PropertyQuestions::settle(Asking &asking)
@@ -148,12 +167,16 @@ int PropertyQuestions::receive_subscribe_answer(sd_bus_message *, void *data, sd
     PropertyQuestions &self = asking.owner;
     auto found = self.questions_.find(asking.token);
     self.settle(asking);
-    if (found == self.questions_.end())
-        return 0;
-    Question &question = *found->second;
-    if (--question.waiting == 0)
-        self.start_timer(question, grace_usec, end_of_grace);
+    if (found != self.questions_.end())
+        self.count_answer(*found->second);
+    self.ask_next();
     return 0;
+}
+
+void PropertyQuestions::count_answer(Question &question)
+{
+    if (--question.waiting == 0)
+        start_timer(question, grace_usec, end_of_grace);
 }
 
 void PropertyQuestions::start_timer(Question &question, guint64 usec,
@@ -175,43 +198,49 @@ int PropertyQuestions::end_of_deadline(sd_event_source *, uint64_t, void *data)
 int PropertyQuestions::end_of_grace(sd_event_source *, uint64_t, void *data)
 {
     auto &question = *static_cast<Question *>(data);
-    question.owner.refuse(question, question.skipped ? "The producers did not answer in time"
-                                                     : "The property has no state");
+    question.owner.refuse(question, "The property has no state");
     return 0;
 }
 
 void PropertyQuestions::refuse(Question &question, const char *reason)
 {
-    sd_bus_reply_method_errorf(question.call.get(), SD_BUS_ERROR_FILE_NOT_FOUND, "%s", reason);
-    end(question);
+    BusMessageOwner call = end(question);
+    sd_bus_reply_method_errorf(call.get(), SD_BUS_ERROR_FILE_NOT_FOUND, "%s", reason);
 }
 
-void PropertyQuestions::receive(const event *event, guint32 token)
+void PropertyQuestions::receive(const event *event, guint32 token, const std::string &sender)
 {
     auto found = questions_.find(token);
     if (found == questions_.end())
         return;
     Question &question = *found->second;
+    if (std::none_of(question.asked.begin(), question.asked.end(),
+                     [&sender](const auto &asked) { return asked.name == sender; }))
+        return;
     PropertyStateOwner state = state_from(event);
     ArrayOwner bytes(property_state_serialize(state.get()));
+    BusMessageOwner call = end(question);
     sd_bus_message *reply = nullptr;
-    if (sd_bus_message_new_method_return(question.call.get(), &reply) >= 0) {
+    if (sd_bus_message_new_method_return(call.get(), &reply) >= 0) {
         BusMessageOwner owner(reply);
         sd_bus_message_append_array(reply, 'y', bytes->data, bytes->len);
         sd_bus_send(bus_, reply, nullptr);
     }
-    end(question);
 }
 
-// Takes the switch's own subscription back where it was made and its declaration still is.
-void PropertyQuestions::end(Question &question)
+// Takes the switch's own subscription back where it was made and its declaration still is. Leaves
+// the call to be answered.
+BusMessageOwner PropertyQuestions::end(Question &question)
 {
     BusPost post(bus_);
-    for (const Declaration *declaration : book_.find_properties(question.expression.get()))
-        if (std::find(question.asked.begin(), question.asked.end(), declaration->global_id) !=
-            question.asked.end())
+    for (const auto &[global_id, name] : question.asked)
+        if (const Declaration *declaration = book_.find_declaration(global_id))
             post.unsubscribe(*declaration, question.subscription_id);
-    questions_.erase(question.token);
+    BusMessageOwner call = std::move(question.call);
+    guint32 token = question.token;
+    unasked_.remove_if([token](const Unasked &unasked) { return unasked.token == token; });
+    questions_.erase(token);
+    return call;
 }
 
 void PropertyQuestions::forget_peer(const std::string &name)

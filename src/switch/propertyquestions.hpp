@@ -29,8 +29,9 @@ public:
     // Takes the question over: the answer to the call comes later.
     void ask(sd_bus_message *call, const subscribe_expression *expression);
 
-    // An event has come for a question; a late one is dropped.
-    void receive(const event *event, guint32 token);
+    // An event has come for a question. It is dropped when it is late, and when it comes from
+    // somebody who was not asked.
+    void receive(const event *event, guint32 token, const std::string &sender);
 
     // Nobody waits for an answer any more.
     void forget_peer(const std::string &name);
@@ -38,22 +39,29 @@ public:
 private:
     struct Question;
     struct Asking;
+    struct Unasked {
+        guint32 token;
+        guint32 global_id;
+    };
 
     static int receive_subscribe_answer(sd_bus_message *reply, void *asking, sd_bus_error *);
     static int end_of_deadline(sd_event_source *, uint64_t, void *question);
     static int end_of_grace(sd_event_source *, uint64_t, void *question);
 
+    void ask_next();
     void ask_producer(Question &question, const Declaration &declaration);
+    void count_answer(Question &question);
     bool may_be_asked(const std::string &name) const;
     void settle(Asking &asking);
     void start_timer(Question &question, guint64 usec, sd_event_time_handler_t handler);
     void refuse(Question &question, const char *reason);
-    void end(Question &question);
+    BusMessageOwner end(Question &question);
 
     sd_bus *bus_;
     Book &book_;
     std::unordered_map<guint32, std::unique_ptr<Question>> questions_; // by token
-    std::list<Asking> askings_; // Subscribe calls under way, by name beside
+    std::list<Unasked> unasked_; // Subscribe calls that wait for their turn
+    std::list<Asking> askings_;  // Subscribe calls under way, by name beside
     std::map<std::string, guint> askings_of_;
     guint32 last_token_ = 0;
 };

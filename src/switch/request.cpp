@@ -5,6 +5,14 @@
 #include <unistd.h>
 
 namespace qandor {
+namespace {
+
+// What a record can say, so that a path travels whole in an expression.
+constexpr std::size_t max_object = G_MAXUINT16;
+// Records are forwarded inside others. The bus throws out whoever sends more than it carries.
+constexpr std::size_t max_record = 256 << 10;
+
+} // namespace
 
 // sd-bus has checked the signature, so what is read here is there.
 
@@ -32,9 +40,9 @@ bool Request::read_peer(PeerAddress &peer)
 {
     peer.name = sd_bus_message_get_sender(call_);
     peer.object = read_text();
-    if (sd_bus_object_path_is_valid(peer.object.c_str()) > 0)
+    if (peer.object.size() <= max_object && sd_bus_object_path_is_valid(peer.object.c_str()) > 0)
         return true;
-    return refuse(SD_BUS_ERROR_INVALID_ARGS, "'" + peer.object + "' is no object path");
+    return refuse(SD_BUS_ERROR_INVALID_ARGS, "The object is no object path");
 }
 
 bool Request::read_record(RecordKind kind)
@@ -42,6 +50,9 @@ bool Request::read_record(RecordKind kind)
     const void *data = nullptr;
     size_t size = 0;
     sd_bus_message_read_array(call_, 'y', &data, &size);
+    if (size > max_record)
+        return refuse(SD_BUS_ERROR_LIMITS_EXCEEDED,
+                      "A record may have " + std::to_string(max_record) + " bytes");
     const auto *bytes = static_cast<const guint8 *>(data);
     if (auto fault = check_record(kind, bytes, size))
         return refuse(SD_BUS_ERROR_INVALID_ARGS, "Malformed record at byte " +

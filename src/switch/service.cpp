@@ -24,7 +24,7 @@ int receive_event(sd_bus_message *call, void *userdata, sd_bus_error *)
     guint32 token = request.read_number();
     EventOwner event(event_deserialize(request.record()));
     int r = request.answer();
-    service_of(userdata).questions.receive(event.get(), token);
+    service_of(userdata).questions.receive(event.get(), token, sd_bus_message_get_sender(call));
     return r;
 }
 

@@ -2,6 +2,7 @@
 
 #include "switch/typefolders.hpp"
 
+#include "model/checker.hpp"
 #include "switch/log.hpp"
 
 #include <fcntl.h>
@@ -91,6 +92,27 @@ bool replace_file(const std::string &folder, const std::string &path, std::strin
     return sync_folder(folder);
 }
 
+// The record of a file's declaration; empty when the file holds none. Also refuses what XML can say
+// and a record cannot, such as a text that is too long.
+std::string read_declaration(const std::string &path)
+{
+    DeclarationOwner declaration(event_declaration_deserialize_xml_file(path.c_str()));
+    if (!declaration)
+        return {};
+    ArrayOwner bytes(event_declaration_serialize(declaration.get()));
+    if (check_record(RecordKind::EventDeclaration, reinterpret_cast<const guint8 *>(bytes->data),
+                     bytes->len))
+        return {};
+    return {bytes->data, bytes->len};
+}
+
+// XML has no control characters, and a declaration without keys has no XML that reads.
+bool is_readable(const char *xml)
+{
+    DeclarationOwner declaration(event_declaration_deserialize_xml(xml));
+    return declaration != nullptr;
+}
+
 TypeResult failed(const char *what, const std::string &path)
 {
     log_line(LogLevel::Warning, "cannot %s %s: %s", what, path.c_str(), std::strerror(errno));
@@ -107,6 +129,8 @@ TypeResult TypeFolders::add(const std::string &type, const event_declaration *de
         return TypeResult::Exists;
     std::string path = path_of(writable_, type);
     TextOwner xml(event_declaration_serialize_xml(declaration));
+    if (!is_readable(xml.get()))
+        return TypeResult::Unreadable;
     return replace_file(writable_, path, xml.get()) ? TypeResult::Done : failed("write", path);
 }
 
@@ -128,13 +152,14 @@ std::map<std::string, std::string> TypeFolders::find_files() const
     std::map<std::string, std::string> files;
     for (const std::string &folder : {read_only_, writable_}) {
         std::error_code error;
-        for (const auto &entry : std::filesystem::directory_iterator(folder, error)) {
-            std::string name = entry.path().filename().string();
+        std::filesystem::directory_iterator entry(folder, error);
+        for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+            std::string name = entry->path().filename().string();
             if (!name.ends_with(ending))
                 continue;
             name.resize(name.size() - ending.size());
             if (is_type_name(name))
-                files.try_emplace(name, entry.path().string());
+                files.try_emplace(name, entry->path().string());
         }
     }
     return files;
@@ -153,13 +178,10 @@ const std::string &TypeFolders::read(const std::string &path)
         return known.bytes;
 
     known = {status.st_mtim, status.st_size, status.st_ino, {}};
-    DeclarationOwner declaration(event_declaration_deserialize_xml_file(path.c_str()));
-    if (!declaration) {
+    if (S_ISREG(status.st_mode)) // a pipe would be waited for
+        known.bytes = read_declaration(path);
+    if (known.bytes.empty())
         log_line(LogLevel::Warning, "%s is no event declaration and is left out", path.c_str());
-        return known.bytes;
-    }
-    ArrayOwner bytes(event_declaration_serialize(declaration.get()));
-    known.bytes.assign(bytes->data, bytes->len);
     return known.bytes;
 }
 

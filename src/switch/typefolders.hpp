@@ -13,7 +13,7 @@
 
 namespace qandor {
 
-enum class TypeResult { Done, BadName, Exists, NotFound, ReadOnly, Failed };
+enum class TypeResult { Done, BadName, Unreadable, Exists, NotFound, ReadOnly, Failed };
 
 class TypeFolders {
 public:
