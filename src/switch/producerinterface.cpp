@@ -79,7 +79,7 @@ int answer_type_result(Request &request, TypeResult result)
                        "begin with '.'");
         break;
     case TypeResult::Unreadable:
-        request.refuse(SD_BUS_ERROR_INVALID_ARGS, "The declaration cannot be told as XML");
+        request.refuse(SD_BUS_ERROR_INVALID_ARGS, "The declaration is too large as XML");
         break;
     case TypeResult::Exists:
         request.refuse(SD_BUS_ERROR_FILE_EXISTS, "The type is part of the system");

@@ -106,7 +106,7 @@ std::string read_declaration(const std::string &path)
     return {bytes->data, bytes->len};
 }
 
-// XML has no control characters, and a declaration without keys has no XML that reads.
+// Escaped text grows, and a document that is too large is not read.
 bool is_readable(const char *xml)
 {
     DeclarationOwner declaration(event_declaration_deserialize_xml(xml));

@@ -164,13 +164,16 @@ TEST_F(TypeFoldersTest, WhatIsNoFileOfADeclarationIsLeftOut)
     testing::internal::GetCapturedStderr();
 }
 
-TEST_F(TypeFoldersTest, ADeclarationThatXmlCannotTellIsRefusedAndLeavesTheOldOne)
+TEST_F(TypeFoldersTest, ADeclarationWhoseXmlIsTooLargeToBeReadIsRefusedAndLeavesTheOldOne)
 {
     EXPECT_EQ(add("Device", "Old"), TypeResult::Done);
+    DeclarationOwner large = new_declaration("New");
+    std::string text(60000, '"');
+    for (int i = 0; i < 40; ++i)
+        event_declaration_add_key_value(large.get(), ("key" + std::to_string(i)).c_str(),
+                                        text.c_str(), VALUE_TYPE_STRING);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(add("Device", "New\x01"), TypeResult::Unreadable);
-    DeclarationOwner empty(event_declaration_new(FALSE));
-    EXPECT_EQ(folders.add("Empty", empty.get()), TypeResult::Unreadable);
+    EXPECT_EQ(folders.add("Device", large.get()), TypeResult::Unreadable);
     testing::internal::GetCapturedStderr();
     EXPECT_THAT(list(), ElementsAre("Old"));
     EXPECT_EQ(file_count(writable), 1u);
