@@ -4,7 +4,7 @@
 // C++ signature. CHECK ends the process; RETURN_IF_FAIL logs a critical and returns. Both stay in
 // every build. In a lambda the function's name is "operator()": check before it.
 //
-// The _TEXT forms are for conditions that read differently from what they say in words.
+// CHECK_TEXT is for conditions that read differently from what they say in words.
 #pragma once
 
 #include <glib.h>

@@ -42,14 +42,20 @@ struct Queue {
     }
 };
 
+// GLib allocates and frees it; the queue in it is made and destroyed in place.
 struct CommandGSource {
     GSource source;
-    std::shared_ptr<Queue> *queue;
+    std::shared_ptr<Queue> queue;
 };
+
+std::shared_ptr<Queue> &queue_of(GSource *source)
+{
+    return reinterpret_cast<CommandGSource *>(source)->queue;
+}
 
 gboolean dispatch(GSource *source, GSourceFunc, gpointer)
 {
-    std::shared_ptr<Queue> queue = *reinterpret_cast<CommandGSource *>(source)->queue;
+    std::shared_ptr<Queue> queue = queue_of(source);
     for (int i = 0; i < batch; ++i) {
         std::unique_ptr<Command> command = queue->take();
         if (!command)
@@ -67,7 +73,7 @@ gboolean dispatch(GSource *source, GSourceFunc, gpointer)
 
 void finalize(GSource *source)
 {
-    delete reinterpret_cast<CommandGSource *>(source)->queue;
+    std::destroy_at(&queue_of(source));
 }
 
 GSourceFuncs functions = {nullptr, nullptr, dispatch, finalize, nullptr, nullptr};
@@ -127,8 +133,7 @@ command_source *command_source_new_full(GMainContext *context, gpointer user_dat
     auto *made = new command_source();
     made->queue->user_data = user_data;
     made->source.reset(g_source_new(&functions, sizeof(CommandGSource)));
-    reinterpret_cast<CommandGSource *>(made->source.get())->queue =
-        new std::shared_ptr<Queue>(made->queue);
+    std::construct_at(&queue_of(made->source.get()), made->queue);
     g_source_attach(made->source.get(), context);
     return made;
 }

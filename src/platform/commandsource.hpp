@@ -11,8 +11,8 @@
 
 #include <glib.h>
 
-#include <functional>
 #include <memory>
+#include <utility>
 
 struct command_source;
 
@@ -33,7 +33,8 @@ void command_source_run(command_source *source, command_function function, gpoin
 
 // Frees the source, also from inside one of its own commands. Commands that are still queued do not
 // run: they are destroyed, which frees what a Command owns (the data of a plain function stays
-// behind) and lets a waiting thread go on. Nothing may be queued after this.
+// behind) and lets a waiting thread go on. A command that runs on another thread just then is not
+// waited for. Nothing may be queued after this.
 void command_source_free(command_source *source);
 
 namespace qandor {

@@ -35,7 +35,7 @@ xmlnode *xmlnode_create_node();
 // Appends child to the children of parent, which owns it from then on.
 void xmlnode_add_child(xmlnode *parent, xmlnode *child);
 
-// Adds an attribute with copies of both texts.
+// Adds an attribute, which the element must not have yet, with copies of both texts.
 void xmlnode_add_attribute(xmlnode *node, const gchar *name, const gchar *value);
 
 // Returns the attribute's value, borrowed, or NULL.
@@ -47,9 +47,10 @@ xmlnode *xmlnode_parse_string(const gchar *text);
 // Parses a file; NULL when it is missing, no regular file, malformed or refused.
 xmlnode *xmlnode_load_file(const gchar *path);
 
-// Returns the element and all below it as a new text, which the caller frees with g_free(). Every
-// value reads back as it was, control characters aside: those that XML cannot hold become "?", as
-// do bytes that are no UTF-8.
+// Returns the element and all below it, which must all have names by then, as a new text: an
+// element a line, indented by two blanks a level. The caller frees it with g_free(). Every value
+// reads back as it was, control characters aside: those that XML cannot hold become "?", as do
+// bytes that are no UTF-8.
 gchar *xmlnode_get_xml(const xmlnode *node);
 
 // Frees the element and all below it.

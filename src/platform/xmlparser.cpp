@@ -26,7 +26,6 @@ public:
         XML_SetUserData(parser, this);
         XML_SetElementHandler(parser, begin_element, end_element);
         XML_SetStartDoctypeDeclHandler(parser, refuse_doctype);
-        XML_SetUnknownEncodingHandler(parser, refuse_encoding, nullptr);
     }
 
     XmlTreeOwner take_root() { return std::move(root_); }
@@ -43,10 +42,6 @@ private:
                                int)
     {
         self(data).refuse();
-    }
-    static int refuse_encoding(void *, const XML_Char *, XML_Encoding *)
-    {
-        return XML_STATUS_ERROR;
     }
 
     void open(const XML_Char *name, const XML_Char **attributes)

@@ -24,8 +24,7 @@ bool is_journal_behind_standard_error()
     struct stat status = {};
     unsigned long long device = 0, number = 0;
     return stream && std::sscanf(stream, "%llu:%llu", &device, &number) == 2 &&
-           fstat(STDERR_FILENO, &status) == 0 && status.st_dev == device &&
-           status.st_ino == number;
+           fstat(STDERR_FILENO, &status) == 0 && status.st_dev == device && status.st_ino == number;
 }
 
 void write_line(LogLevel level, const char *line)

@@ -130,9 +130,8 @@ TEST_F(BookTest, ASubscriptionReachesTheMatchingDeclarationsInOrder)
     declare(producer, "Device", 7);
     notes.take();
     subscribe(consumer, 5, "Device");
-    EXPECT_THAT(notes.take(),
-                ElementsAre(":1.1/p subscribe 1 to 9=1", ":1.2/c added 1 for 5",
-                            ":1.1/p subscribe 1 to 7=3", ":1.2/c added 3 for 5"));
+    EXPECT_THAT(notes.take(), ElementsAre(":1.1/p subscribe 1 to 9=1", ":1.2/c added 1 for 5",
+                                          ":1.1/p subscribe 1 to 7=3", ":1.2/c added 3 for 5"));
 }
 
 TEST_F(BookTest, AForwardedExpressionSaysHowItsConsumerIsReached)
@@ -151,10 +150,9 @@ TEST_F(BookTest, DeclaringALocalIdAgainReplacesTheOldDeclaration)
     declare(producer, "Device", 40);
     notes.take();
     declare(producer, "Device", 40);
-    EXPECT_THAT(notes.take(),
-                ElementsAre(":1.2/c removed 1 for 5", ":1.1/p id 40=2 of producer 1",
-                            ":1.1/p subscribe 1 to 40=2", ":1.2/c added 2 for 5",
-                            ":1.1/p complete 40=2"));
+    EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.1/p id 40=2 of producer 1",
+                                          ":1.1/p subscribe 1 to 40=2", ":1.2/c added 2 for 5",
+                                          ":1.1/p complete 40=2"));
     EXPECT_EQ(book.declaration_count(), 1u);
 }
 
@@ -164,9 +162,8 @@ TEST_F(BookTest, SubscribingATokenAgainReplacesTheOldSubscription)
     subscribe(consumer, 5, "Device");
     notes.take();
     subscribe(consumer, 5, "Device");
-    EXPECT_THAT(notes.take(),
-                ElementsAre(":1.1/p unsubscribe 1 from 40=1", ":1.1/p subscribe 2 to 40=1",
-                            ":1.2/c added 1 for 5"));
+    EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 40=1",
+                                          ":1.1/p subscribe 2 to 40=1", ":1.2/c added 1 for 5"));
     EXPECT_EQ(book.subscription_count(), 1u);
 }
 

@@ -2,9 +2,9 @@
 
 // The folders of installed types: what is written, hidden, refused and left out.
 
+#include "switch/typefolders.hpp"
 #include "support/temporaryfolder.hpp"
 #include "switch/log.hpp"
-#include "switch/typefolders.hpp"
 
 #include <qandor/serialize.h>
 
@@ -73,9 +73,9 @@ TEST_F(TypeFoldersTest, ATypeThatWasAddedIsAFileThatReadsAndNothingElseIsLeft)
     std::string file = (writable.path() / "Device.xml").string();
     DeclarationOwner read(event_declaration_deserialize_xml_file(file.c_str()));
     ASSERT_NE(read, nullptr);
-    EXPECT_TRUE(inspectable_is_equal(event_declaration_get_inspectable(read.get()),
-                                   event_declaration_get_inspectable(
-                                       new_declaration("Power").get())));
+    EXPECT_TRUE(
+        inspectable_is_equal(event_declaration_get_inspectable(read.get()),
+                             event_declaration_get_inspectable(new_declaration("Power").get())));
     struct stat status = {};
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0644u);
@@ -104,9 +104,9 @@ TEST_F(TypeFoldersTest, AnAddedTypeIsReplacedAndRemoved)
 TEST_F(TypeFoldersTest, NamesThatCouldLeadElsewhereAreRefused)
 {
     const std::string longest(128, 'a');
-    for (const std::string &name : {std::string(), std::string(".hidden"), std::string("../up"),
-                                    std::string("a/b"), std::string("a b"), std::string("\xc3\xa4"),
-                                    longest + "a"}) {
+    for (const std::string &name :
+         {std::string(), std::string(".hidden"), std::string("../up"), std::string("a/b"),
+          std::string("a b"), std::string("\xc3\xa4"), longest + "a"}) {
         EXPECT_EQ(add(name, "Device"), TypeResult::BadName) << name;
         EXPECT_EQ(folders.remove(name), TypeResult::BadName) << name;
     }
