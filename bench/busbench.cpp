@@ -3,8 +3,9 @@
 // Events between processes: through the library, and beside it the same calls made with bare sd-bus
 // and 64 under way. Each program is one end:
 //
-//   busbench library-consumer COUNT     busbench bare-consumer COUNT NAME
-//   busbench library-producer COUNT     busbench bare-producer COUNT CONSUMERS PREFIX
+//   busbench library-consumer COUNT     busbench bare-consumer COUNT
+//   busbench library-producer COUNT     busbench bare-producer COUNT NAME...
+//   busbench burst-producer COUNT
 //   busbench library-idle               busbench bare-idle
 //
 // A consumer says "ready", and "done" with the CPU time it took when COUNT events have come. A
@@ -24,6 +25,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 using namespace qandor::bench;
@@ -43,6 +45,7 @@ double cpu_seconds()
 }
 
 double began_at;
+bool has_begun;
 
 void say(const char *line)
 {
@@ -198,8 +201,6 @@ struct BareProducer {
             --left;
             ++under_way;
         }
-        if (left == 0 && under_way == 0)
-            say_done();
     }
 };
 
@@ -211,9 +212,13 @@ template <class Begin> void begin_with_a_line(Begin *begin)
             char line[16];
             if (read(STDIN_FILENO, line, sizeof line) <= 0)
                 std::exit(EXIT_FAILURE);
+            if (std::exchange(has_begun, true)) {
+                say_done();
+                return G_SOURCE_CONTINUE;
+            }
             began_at = cpu_seconds();
             (*static_cast<Begin *>(data))();
-            return G_SOURCE_REMOVE;
+            return G_SOURCE_CONTINUE;
         },
         begin);
     say("ready");
@@ -258,7 +263,9 @@ void run_library_consumer()
 struct LibraryProducer {
     event_producer *producer;
     guint32 local_id;
-    long left;
+    long to_send;
+    long at_once; // events that are queued before the first one has gone
+    long under_way = 0;
 
     static void count_sent(guint32, event *, gpointer self, GError *error)
     {
@@ -266,14 +273,15 @@ struct LibraryProducer {
             std::fprintf(stderr, "busbench: %s\n", error->message);
             std::exit(EXIT_FAILURE);
         }
-        if (--static_cast<LibraryProducer *>(self)->left == 0)
-            say_done();
+        auto *producer = static_cast<LibraryProducer *>(self);
+        --producer->under_way;
+        producer->send();
     }
 
-    // What an application does for each event, all in one go.
+    // What an application does for each event.
     void send()
     {
-        for (long i = left; i > 0; --i) {
+        for (; to_send > 0 && under_way < at_once; --to_send, ++under_way) {
             event *event = event_producer_prepare_event(producer, local_id);
             fill(event);
             event_producer_int_send_event(producer, event, event_copy(event), count_sent, this,
@@ -283,9 +291,9 @@ struct LibraryProducer {
     }
 };
 
-void run_library_producer(long events)
+void run_library_producer(long events, long at_once)
 {
-    static LibraryProducer producer{event_producer_new("bench"), 0, events};
+    static LibraryProducer producer{event_producer_new("bench"), 0, events, at_once};
     event_declaration *declaration = new_declaration();
     static auto begin = [] { producer.send(); };
     producer.local_id = event_producer_declare_and_notify(
@@ -306,7 +314,9 @@ int main(int count, char **arguments)
     else if (mode == "bare-consumer" || mode == "bare-idle")
         run_bare_consumer();
     else if (mode == "library-producer")
-        run_library_producer(expected);
+        run_library_producer(expected, 64);
+    else if (mode == "burst-producer")
+        run_library_producer(expected, expected);
     else if (mode == "bare-producer" && count > 3)
         run_bare_producer(expected, arguments + 3, count - 3);
     else

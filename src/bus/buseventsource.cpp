@@ -10,7 +10,7 @@ namespace {
 
 // More than one message a dispatch saves the main context a round for each, few enough keep its
 // other sources from waiting.
-constexpr int batch = 8;
+constexpr int batch = 16;
 
 struct bus_event_source {
     GSource source;

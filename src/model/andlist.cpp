@@ -34,14 +34,14 @@ AndList::AndList(const AndList &other)
     note_places();
 }
 
-void AndList::copy_buckets(const std::vector<key_value *> &from, std::vector<key_value *> &to)
+void AndList::copy_buckets(const std::vector<BucketPlace> &from, std::vector<BucketPlace> &to)
 {
     to.reserve(from.size());
-    for (key_value *source : from) {
-        key_value *first = make(*source);
+    for (const BucketPlace &place : from) {
+        key_value *first = make(*place.first);
         make_first(*first);
-        to.push_back(first);
-        for (source = source->next; source; source = source->next)
+        to.push_back({place.key, first});
+        for (key_value *source = place.first->next; source; source = source->next)
             extend(Bucket(first), make(*source));
     }
 }
@@ -86,7 +86,7 @@ std::size_t AndList::find_place(const KeyName *key) const
         return place == places_->keyed.end() ? keyed_.size() : place->second;
     }
     std::size_t place = 0;
-    while (place < keyed_.size() && keyed_[place]->key != key)
+    while (place < keyed_.size() && keyed_[place].key != key)
         ++place;
     return place;
 }
@@ -98,7 +98,7 @@ std::size_t AndList::find_place(std::string_view key) const
         return name ? find_place(name) : keyed_.size();
     }
     std::size_t place = 0;
-    while (place < keyed_.size() && !are_same_bytes(keyed_[place]->key->view(), key))
+    while (place < keyed_.size() && !are_same_bytes(keyed_[place].key->view(), key))
         ++place;
     return place;
 }
@@ -106,7 +106,7 @@ std::size_t AndList::find_place(std::string_view key) const
 Bucket AndList::find_in_places(const KeyName *key) const
 {
     auto place = places_->keyed.find(key);
-    return Bucket(place == places_->keyed.end() ? nullptr : keyed_[place->second]);
+    return Bucket(place == places_->keyed.end() ? nullptr : keyed_[place->second].first);
 }
 
 std::size_t AndList::find_wildcard_place(std::string_view value) const
@@ -116,7 +116,7 @@ std::size_t AndList::find_wildcard_place(std::string_view value) const
         return place == places_->wildcards.end() ? wildcards_.size() : place->second;
     }
     std::size_t place = 0;
-    while (place < wildcards_.size() && wildcards_[place]->value != value)
+    while (place < wildcards_.size() && wildcards_[place].first->value != value)
         ++place;
     return place;
 }
@@ -124,7 +124,7 @@ std::size_t AndList::find_wildcard_place(std::string_view value) const
 Bucket AndList::find_wildcard(std::string_view value) const
 {
     std::size_t place = find_wildcard_place(value);
-    return Bucket(place < wildcards_.size() ? wildcards_[place] : nullptr);
+    return Bucket(place < wildcards_.size() ? wildcards_[place].first : nullptr);
 }
 
 void AndList::note_places()
@@ -134,9 +134,9 @@ void AndList::note_places()
     if (!places_)
         places_ = std::make_unique<Places>();
     for (std::size_t i = places_->keyed.size(); i < keyed_.size(); ++i)
-        places_->keyed.emplace(keyed_[i]->key, i);
+        places_->keyed.emplace(keyed_[i].key, i);
     for (std::size_t i = places_->wildcards.size(); i < wildcards_.size(); ++i)
-        places_->wildcards.emplace(wildcards_[i]->value, i);
+        places_->wildcards.emplace(wildcards_[i].first->value, i);
 }
 
 void AndList::add(key_value key_value)
@@ -165,12 +165,12 @@ Bucket AndList::begin_bucket(key_value *first)
     make_first(*first);
     std::size_t place =
         first->key_wildcard ? find_wildcard_place(first->value) : find_place(first->key);
-    auto &firsts = first->key_wildcard ? wildcards_ : keyed_;
-    if (place < firsts.size()) {
-        firsts[place] = first;
+    auto &buckets = first->key_wildcard ? wildcards_ : keyed_;
+    if (place < buckets.size()) {
+        buckets[place] = {first->key, first};
         return Bucket(first);
     }
-    firsts.push_back(first);
+    buckets.push_back({first->key, first});
     note_places();
     return Bucket(first);
 }

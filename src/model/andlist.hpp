@@ -48,13 +48,19 @@ private:
     key_value *first_;
 };
 
+// Where a bucket begins, with its key beside it: looking for a key looks at nothing else.
+struct BucketPlace {
+    const KeyName *key;
+    key_value *first;
+};
+
 // The buckets of one table.
 class Buckets {
 public:
     class Iterator {
     public:
-        explicit Iterator(key_value *const *at) : at_(at) {}
-        Bucket operator*() const { return Bucket(*at_); }
+        explicit Iterator(const BucketPlace *at) : at_(at) {}
+        Bucket operator*() const { return Bucket(at_->first); }
         Iterator &operator++()
         {
             ++at_;
@@ -63,19 +69,19 @@ public:
         bool operator!=(const Iterator &other) const { return at_ != other.at_; }
 
     private:
-        key_value *const *at_;
+        const BucketPlace *at_;
     };
 
-    explicit Buckets(const std::vector<key_value *> &firsts) : firsts_(firsts) {}
+    explicit Buckets(const std::vector<BucketPlace> &places) : places_(places) {}
 
-    bool empty() const { return firsts_.empty(); }
-    std::size_t size() const { return firsts_.size(); }
-    Bucket operator[](std::size_t place) const { return Bucket(firsts_[place]); }
-    Iterator begin() const { return Iterator(firsts_.data()); }
-    Iterator end() const { return Iterator(firsts_.data() + firsts_.size()); }
+    bool empty() const { return places_.empty(); }
+    std::size_t size() const { return places_.size(); }
+    Bucket operator[](std::size_t place) const { return Bucket(places_[place].first); }
+    Iterator begin() const { return Iterator(places_.data()); }
+    Iterator end() const { return Iterator(places_.data() + places_.size()); }
 
 private:
-    const std::vector<key_value *> &firsts_;
+    const std::vector<BucketPlace> &places_;
 };
 
 class AndList {
@@ -94,9 +100,9 @@ public:
     {
         if (places_)
             return find_in_places(key);
-        for (key_value *first : keyed_)
-            if (first->key == key)
-                return Bucket(first);
+        for (const BucketPlace &place : keyed_)
+            if (place.key == key)
+                return Bucket(place.first);
         return Bucket(nullptr);
     }
     Bucket find_wildcard(std::string_view value) const;
@@ -135,13 +141,13 @@ private:
         return key_values_.size() < key_values_.capacity() ? key_values_ : add_room();
     }
     std::vector<key_value> &add_room();
-    void copy_buckets(const std::vector<key_value *> &from, std::vector<key_value *> &to);
+    void copy_buckets(const std::vector<BucketPlace> &from, std::vector<BucketPlace> &to);
     void note_places();
 
     std::vector<key_value> key_values_; // never grows beyond the room it has: then there are more
     std::vector<std::vector<key_value>> more_key_values_;
-    std::vector<key_value *> keyed_; // the first of each bucket
-    std::vector<key_value *> wildcards_;
+    std::vector<BucketPlace> keyed_;
+    std::vector<BucketPlace> wildcards_;
     std::unique_ptr<Places> places_;
 };
 

@@ -13,22 +13,26 @@ namespace {
 // Room for the attributes of a record of common size.
 constexpr std::size_t common_block = 1024;
 
-bool are_all_empty(const AttributeTexts &texts)
+// The bytes of all texts together; each is terminated besides, since getters hand it out as it is.
+std::size_t length_of(const AttributeTexts &texts)
 {
+    std::size_t length = 0;
     for (const OptionalText &text : texts)
-        if (!text.data() || !text.empty())
-            return false;
-    return true;
+        length += text.size();
+    return length;
 }
 
-// Each text is terminated, since getters hand it out as it is.
-std::size_t size_of(const AttributeTexts &texts)
+std::size_t size_for(std::size_t length)
 {
-    std::size_t size = sizeof(Attributes);
-    for (const OptionalText &text : texts)
-        size += text.empty() ? 0 : text.size() + 1;
     constexpr std::size_t alignment = alignof(Attributes);
+    std::size_t size = sizeof(Attributes) + length + std::tuple_size_v<AttributeTexts>;
     return (size + alignment - 1) / alignment * alignment;
+}
+
+bool has_absent_text(const AttributeTexts &texts)
+{
+    return std::any_of(texts.begin(), texts.end(),
+                       [](const OptionalText &text) { return !text.data(); });
 }
 
 } // namespace
@@ -74,18 +78,20 @@ const Attributes *Attributes::place(AttributesBlock *block, char *memory,
 
 Share<const Attributes> Attributes::make(const AttributeTexts &texts)
 {
-    if (are_all_empty(texts))
+    std::size_t length = length_of(texts);
+    if (length == 0 && !has_absent_text(texts))
         return {};
-    std::size_t size = size_of(texts);
+    std::size_t size = size_for(length);
     AttributesBlock *block = AttributesBlock::make(size);
     return Share<const Attributes>(place(block, block->take(size), texts));
 }
 
 Share<const Attributes> Attributes::Maker::make(const AttributeTexts &texts)
 {
-    if (are_all_empty(texts))
+    std::size_t length = length_of(texts);
+    if (length == 0)
         return {};
-    std::size_t size = size_of(texts);
+    std::size_t size = size_for(length);
     char *memory = block_ ? block_->take(size) : nullptr;
     if (!memory) {
         block_ = Share<AttributesBlock>(AttributesBlock::make(std::max(size, common_block)));

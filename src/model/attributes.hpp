@@ -52,7 +52,7 @@ public:
     // Returns nothing when all texts are empty, as they mostly are.
     static Share<const Attributes> make(const AttributeTexts &texts);
 
-    // The same for the keys of one record, one after another.
+    // The same for the keys of one record that is read, one after another: no text is absent.
     class Maker {
     public:
         Share<const Attributes> make(const AttributeTexts &texts);

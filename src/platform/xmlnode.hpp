@@ -47,8 +47,8 @@ xmlnode *xmlnode_parse_string(const gchar *text);
 // Parses a file; NULL when it is missing, no regular file, malformed or refused.
 xmlnode *xmlnode_load_file(const gchar *path);
 
-// Returns the element and all below it, which must all have names by then, as a new text: an
-// element a line, indented by two blanks a level. The caller frees it with g_free(). Every value
+// Returns the element and all below it, which must have their names by then, as a new text, which
+// the caller frees with g_free(): an element a line, indented by two blanks a level. Every value
 // reads back as it was, control characters aside: those that XML cannot hold become "?", as do
 // bytes that are no UTF-8.
 gchar *xmlnode_get_xml(const xmlnode *node);
