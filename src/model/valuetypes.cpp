@@ -77,7 +77,8 @@ ValueText::ValueText(gconstpointer value, guint32 value_type)
         text_ = format_double(buffer_, sizeof buffer_, *static_cast<const gdouble *>(value));
         break;
     case VALUE_TYPE_STRING:
-        text_ = static_cast<const gchar *>(value);
+        if (value)
+            text_ = static_cast<const gchar *>(value);
         break;
     }
 }

@@ -5,6 +5,8 @@
 #include <systemd/sd-event.h>
 
 #include <stdexcept>
+#include <unistd.h>
+#include <utility>
 
 namespace qandor::test {
 namespace {
@@ -18,14 +20,19 @@ void need(int r, const char *what)
         throw std::runtime_error(std::string("cannot ") + what);
 }
 
+// One for each process: a fork must not use its parent's.
 sd_event *loop()
 {
-    static thread_local sd_event *event = [] {
+    static Owner<sd_event, sd_event_unref> event;
+    static pid_t process = 0;
+    if (process != getpid()) {
         sd_event *made = nullptr;
-        need(sd_event_default(&made), "make an event loop");
-        return made;
-    }();
-    return event;
+        need(sd_event_new(&made), "make an event loop");
+        static_cast<void>(process ? event.release() : nullptr);
+        event.reset(made);
+        process = getpid();
+    }
+    return event.get();
 }
 
 std::string read_octets(sd_bus_message *message)
@@ -157,8 +164,8 @@ std::vector<std::string> RawPeer::take_members()
     return members;
 }
 
-void RawPeer::send_event(const char *destination, const char *path, const std::string &bytes,
-                         guint32 token)
+BusMessageOwner RawPeer::new_event(const char *destination, const char *path,
+                                   const std::string &bytes, guint32 token)
 {
     sd_bus_message *made = nullptr;
     need(sd_bus_message_new_method_call(bus_.get(), &made, destination, path,
@@ -167,8 +174,20 @@ void RawPeer::send_event(const char *destination, const char *path, const std::s
     BusMessageOwner message(made);
     append(made, Octets{bytes});
     append(made, token);
-    need(sd_bus_message_set_expect_reply(made, 0), "want no answer");
-    need(sd_bus_send(bus_.get(), made, nullptr), "send an event");
+    return message;
+}
+
+void RawPeer::send_event(const char *destination, const char *path, const std::string &bytes,
+                         guint32 token)
+{
+    BusMessageOwner message = new_event(destination, path, bytes, token);
+    need(sd_bus_message_set_expect_reply(message.get(), 0), "want no answer");
+    need(sd_bus_send(bus_.get(), message.get(), nullptr), "send an event");
+}
+
+void RawPeer::event_later(std::optional<Answer> &answer, const std::string &bytes, guint32 token)
+{
+    start(new_event(switch_name, "/com/vemo/Event/Switch/Questions", bytes, token).get(), answer);
 }
 
 bool run_until(const std::function<bool()> &condition, double seconds)

@@ -65,6 +65,8 @@ public:
     // Sends an event to an object on the bus, without waiting.
     void send_event(const char *destination, const char *path, const std::string &bytes,
                     guint32 token);
+    // Sends an event to the object at which the switch receives them; the answer comes later.
+    void event_later(std::optional<Answer> &answer, const std::string &bytes, guint32 token);
     // Leaves the bus.
     void leave() { bus_.reset(); }
 
@@ -83,6 +85,8 @@ private:
     static void append(sd_bus_message *message, const Octets &octets);
 
     BusMessageOwner new_call(const std::string &method);
+    BusMessageOwner new_event(const char *destination, const char *path, const std::string &bytes,
+                              guint32 token);
     Answer finish(sd_bus_message *message);
     void start(sd_bus_message *message, std::optional<Answer> &answer);
 

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// How the switch comes and goes: its name, its signals, its exit codes.
+
+#include "rawpeer.hpp"
+#include "strangeruser.hpp"
+
+#include "support/privatebus.hpp"
+#include "support/switchprocess.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+using namespace qandor::test;
+
+namespace {
+
+constexpr const char *switch_name = "com.vemo.Event.Switch";
+
+// Runs the switch with standard error in the place of standard output.
+ChildProcess run_switch(const std::string &options = "")
+{
+    return ChildProcess(
+        {"sh", "-c", std::string("exec ") + QANDOR_SWITCH_PROGRAM + " " + options + " 2>&1"});
+}
+
+std::string all_lines(ChildProcess &process)
+{
+    std::string text;
+    while (auto line = process.read_line())
+        text += *line + "\n";
+    return text;
+}
+
+bool has_owner(RawPeer &peer)
+{
+    sd_bus_creds *made = nullptr;
+    int r = sd_bus_get_name_creds(peer.bus(), switch_name, 0, &made);
+    qandor::BusCredentialsOwner owner(made);
+    return r >= 0;
+}
+
+TEST(Lifecycle, ASecondSwitchSaysThatTheNameIsTakenAndLeavesTheFirstAlone)
+{
+    PrivateBus bus;
+    SwitchProcess first;
+    RawPeer peer;
+    ChildProcess second = run_switch();
+    EXPECT_EQ(all_lines(second),
+              "event-switch: another event switch has the name com.vemo.Event.Switch\n");
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_TRUE(first.process().is_running());
+    EXPECT_EQ(peer.call("Query.GetAllDeclarations").error, "");
+}
+
+TEST(Lifecycle, TheNameCannotBeTakenAwayNorWaitedFor)
+{
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+    EXPECT_EQ(sd_bus_request_name(peer.bus(), switch_name, SD_BUS_NAME_REPLACE_EXISTING), -EEXIST);
+    EXPECT_EQ(peer.call("Query.GetAllDeclarations").error, "");
+}
+
+TEST(Lifecycle, ASignalMakesItReleaseTheNameAndExitWithSuccess)
+{
+    for (int signal : {SIGTERM, SIGINT}) {
+        PrivateBus bus;
+        SwitchProcess event_switch;
+        RawPeer peer;
+        EXPECT_TRUE(has_owner(peer));
+        event_switch.process().signal(signal);
+        EXPECT_EQ(event_switch.process().wait(), 0);
+        EXPECT_FALSE(has_owner(peer));
+    }
+}
+
+TEST(Lifecycle, APeerIsToldNothingInFarewell)
+{
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+    std::vector<std::string> heard;
+    peer.on_call = [&heard](const Received &received) {
+        heard.push_back(received.member);
+        return true;
+    };
+    event_switch.process().signal(SIGTERM);
+    event_switch.process().wait();
+    EXPECT_TRUE(run_until([&] { return !has_owner(peer); }));
+    EXPECT_TRUE(heard.empty());
+}
+
+TEST(Lifecycle, WithoutABusItSaysSoAndFails)
+{
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    ChildProcess process = run_switch();
+    EXPECT_EQ(all_lines(process),
+              "event-switch: cannot connect to the system bus: No such file or directory\n");
+    EXPECT_EQ(process.wait(), 1);
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+}
+
+TEST(Lifecycle, WhenTheBusGoesItSaysSoAndFails)
+{
+    PrivateBus bus;
+    RawPeer peer;
+    ChildProcess process = run_switch();
+    ASSERT_TRUE(process.wait_for("serving"));
+    bus.kill();
+    EXPECT_TRUE(process.wait_for("the system bus has gone"));
+    EXPECT_EQ(process.wait(), 1);
+}
+
+TEST(Lifecycle, UnknownOptionsAreRefusedAndKnownOnesExplained)
+{
+    ChildProcess unknown = run_switch("--colour");
+    EXPECT_NE(all_lines(unknown).find("--colour"), std::string::npos);
+    EXPECT_EQ(unknown.wait(), 1);
+    ChildProcess help = run_switch("--help");
+    EXPECT_NE(all_lines(help).find("--types-writable=DIR"), std::string::npos);
+    EXPECT_EQ(help.wait(), 0);
+    ChildProcess version = run_switch("--version");
+    EXPECT_EQ(all_lines(version).rfind("event-switch ", 0), 0u);
+    EXPECT_EQ(version.wait(), 0);
+}
+
+TEST(Lifecycle, ItTellsItsServiceManagerWhenTheNameIsThere)
+{
+    PrivateBus bus;
+    RawPeer peer;
+    TemporaryFolder folder;
+    std::string path = (folder.path() / "notify").string();
+    int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    timeval bound = {20, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
+
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    ChildProcess process = run_switch();
+    char message[256] = {};
+    ASSERT_GT(recv(socket, message, sizeof message - 1, 0), 0);
+    EXPECT_NE(std::string(message).find("READY=1"), std::string::npos);
+    EXPECT_TRUE(has_owner(peer));
+    unsetenv("NOTIFY_SOCKET");
+    close(socket);
+}
+
+// The policy of a bus that denies by default.
+TEST(Policy, NobodyElseOwnsTheNameOrSpeaksAsTheSwitch)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    PrivateBus bus;
+    RawPeer peer;
+    peer.on_call = [](const Received &) { return true; };
+    const std::string name = peer.name();
+    auto as_somebody = [&](const std::function<bool(sd_bus *)> &check) {
+        return as_stranger(bus.address(), [&check] {
+            RawPeer stranger;
+            return check(stranger.bus());
+        });
+    };
+    EXPECT_EQ(as_somebody([](sd_bus *stranger) {
+                  return sd_bus_request_name(stranger, switch_name, 0) == -EACCES;
+              }),
+              0);
+    for (const auto &[interface, member] : std::vector<std::pair<const char *, const char *>>{
+             {"com.vemo.Event.Producer", "Subscribe"},
+             {"com.vemo.Event.Producer", "GlobalDeclareId"},
+             {"com.vemo.Event.Consumer", "Notification"}})
+        EXPECT_EQ(as_somebody([&, interface = interface, member = member](sd_bus *stranger) {
+                      return sd_bus_call_method(stranger, name.c_str(), "/c", interface, member,
+                                                nullptr, nullptr, "") == -EACCES;
+                  }),
+                  0)
+            << member;
+    EXPECT_EQ(as_somebody([&name](sd_bus *stranger) {
+                  sd_bus_message *made = nullptr;
+                  sd_bus_message_new_method_call(stranger, &made, name.c_str(), "/c",
+                                                 "com.vemo.Event.Consumer", "Event");
+                  qandor::BusMessageOwner event(made);
+                  sd_bus_message_set_expect_reply(made, 0);
+                  return sd_bus_send(stranger, made, nullptr) >= 0 && sd_bus_flush(stranger) >= 0;
+              }),
+              0);
+    bool received = false;
+    peer.on_call = [&received](const Received &call) {
+        received = call.member == "Event";
+        return true;
+    };
+    EXPECT_TRUE(run_until([&] { return received; }));
+}
+
+} // namespace

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Installed types over the bus, and who may change them.
+
+#include "rawpeer.hpp"
+#include "rawrecords.hpp"
+#include "strangeruser.hpp"
+
+#include "support/privatebus.hpp"
+#include "support/switchprocess.hpp"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using namespace qandor::test;
+
+namespace {
+
+class TypesTest : public testing::Test {
+protected:
+    std::string add(RawPeer &peer, const std::string &type, const char *topic)
+    {
+        return peer.call("Producer.AddDeclaration", type, Octets{declaration_bytes(topic, 0)})
+            .error;
+    }
+    std::vector<std::string> topics()
+    {
+        std::vector<std::string> topics;
+        for (const auto &declaration : read_list(peer.call("Query.GetDeclarationTypes").bytes))
+            topics.emplace_back(inspectable_get_value(
+                event_declaration_get_inspectable(declaration.get()), "topic0"));
+        return topics;
+    }
+    using Topics = std::vector<std::string>;
+
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+};
+
+TEST_F(TypesTest, TypesAreAddedReplacedListedAndRemoved)
+{
+    EXPECT_EQ(add(peer, "b", "second"), "");
+    EXPECT_EQ(add(peer, "a", "first"), "");
+    EXPECT_EQ(topics(), (Topics{"first", "second"}));
+    EXPECT_EQ(add(peer, "a", "new first"), "");
+    EXPECT_EQ(topics(), (Topics{"new first", "second"}));
+    EXPECT_EQ(peer.call("Producer.RemoveDeclaration", "a").error, "");
+    EXPECT_EQ(topics(), Topics{"second"});
+}
+
+TEST_F(TypesTest, WhatCannotBeDoneIsRefusedWithItsOwnError)
+{
+    Owned<gchar> xml(event_declaration_serialize_xml(
+        read_list(std::string("\1\0\0\0", 4) + declaration_bytes("system", 0))[0].get()));
+    std::ofstream(event_switch.read_only_types() / "system.xml") << xml.get();
+    EXPECT_EQ(add(peer, "system", "mine"), "org.freedesktop.DBus.Error.FileExists");
+    EXPECT_EQ(peer.call("Producer.RemoveDeclaration", "system").error,
+              "org.freedesktop.DBus.Error.AccessDenied");
+    EXPECT_EQ(peer.call("Producer.RemoveDeclaration", "unknown").error,
+              "org.freedesktop.DBus.Error.FileNotFound");
+    for (const char *name : {"", ".hidden", "../up", "a/b"}) {
+        EXPECT_EQ(add(peer, name, "topic"), "org.freedesktop.DBus.Error.InvalidArgs");
+        EXPECT_EQ(peer.call("Producer.RemoveDeclaration", name).error,
+                  "org.freedesktop.DBus.Error.InvalidArgs");
+    }
+    EXPECT_EQ(topics(), Topics{"system"});
+}
+
+// Another user of the machine, which only root can become.
+TEST_F(TypesTest, OthersProduceConsumeAndLookAroundButChangeNoTypes)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    add(peer, "type", "topic");
+    EXPECT_EQ(as_stranger(bus.address(),
+                          [] {
+                              RawPeer stranger;
+                              auto error = [&stranger](const std::string &method,
+                                                       const auto &...arguments) {
+                                  return stranger.call(method, arguments...).error;
+                              };
+                              Octets declaration{declaration_bytes("Device", 1)};
+                              Octets expression{expression_bytes("Device")};
+                              const std::string denied = "org.freedesktop.DBus.Error.AccessDenied";
+                              return error("Producer.Declare", "/p", "name", declaration) == "" &&
+                                     error("Consumer.Subscribe", "/c", "name", guint32(1),
+                                           expression) == "" &&
+                                     error("Query.GetAllDeclarations") == "" &&
+                                     error("Query.GetDeclarationTypes") == "" &&
+                                     stranger.take_members().size() == 4 &&
+                                     error("Producer.AddDeclaration", "mine", declaration) ==
+                                         denied &&
+                                     error("Producer.RemoveDeclaration", "type") == denied;
+                          }),
+              0);
+    EXPECT_EQ(topics(), Topics{"topic"});
+}
+
+// A bus that lets everybody do everything, so that the switch has to look itself.
+class OpenBus {
+public:
+    OpenBus()
+    {
+        std::string socket = (folder_.path() / "bus").string();
+        std::string config = folder_.write(
+            "bus.conf", "<!DOCTYPE busconfig PUBLIC"
+                        " \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\""
+                        " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
+                        "<busconfig><listen>unix:path=" +
+                            socket +
+                            "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                            "<allow user=\"*\"/><allow own=\"*\"/>"
+                            "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                            "<allow eavesdrop=\"true\"/></policy></busconfig>");
+        daemon_.emplace(std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile",
+                                                 "--config-file=" + config, "--print-address=1"});
+        address_ = daemon_->read_line().value_or("");
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+    }
+    ~OpenBus() { unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
+    const std::string &address() const { return address_; }
+
+private:
+    TemporaryFolder folder_;
+    std::optional<ChildProcess> daemon_;
+    std::string address_;
+};
+
+TEST(Types, TheSwitchItselfRefusesOthersToChangeTypes)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    OpenBus bus;
+    SwitchProcess event_switch;
+    EXPECT_EQ(as_stranger(bus.address(),
+                          [] {
+                              RawPeer stranger;
+                              Answer added = stranger.call("Producer.AddDeclaration", "mine",
+                                                           Octets{declaration_bytes("Device", 1)});
+                              Answer removed = stranger.call("Producer.RemoveDeclaration", "mine");
+                              const char *denied = "org.freedesktop.DBus.Error.AccessDenied";
+                              return added.error == denied && removed.error == denied &&
+                                     added.text.starts_with("Only root and the event switch") &&
+                                     stranger.call("Query.GetAllDeclarations").error.empty();
+                          }),
+              0);
+    EXPECT_TRUE(std::filesystem::is_empty(event_switch.writable_types()));
+}
+
+} // namespace
