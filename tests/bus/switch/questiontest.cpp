@@ -24,6 +24,13 @@ constexpr const char *not_found = "org.freedesktop.DBus.Error.FileNotFound";
 
 class QuestionTest : public testing::Test {
 protected:
+    // A switch that leaks says so at its end, where the build looks for leaks.
+    void TearDown() override
+    {
+        event_switch.process().signal(SIGTERM);
+        EXPECT_EQ(event_switch.process().wait(), 0);
+    }
+
     static void declare_property(RawPeer &peer, const char *topic, guint32 local_id = 1)
     {
         EXPECT_EQ(peer.call("Producer.Declare", "/p", "name",
