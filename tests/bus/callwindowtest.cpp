@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// How many calls wait for an answer at a time, and what becomes of the others.
+
+#include "bus/callwindow.hpp"
+#include "support/logcapture.hpp"
+#include "support/mainloop.hpp"
+#include "support/privatebus.hpp"
+
+#include <qandor/busconnection.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace qandor;
+using namespace qandor::test;
+using testing::ElementsAre;
+
+namespace {
+
+using BusOwner = Owner<sd_bus, sd_bus_flush_close_unref>;
+
+// A connection that takes calls and answers them only when it is asked to.
+class SlowPeer {
+public:
+    SlowPeer()
+    {
+        sd_bus *made = nullptr;
+        sd_bus_open_system(&made);
+        bus_.reset(made);
+        sd_bus_add_object_vtable(made, nullptr, "/consumer", "com.vemo.Event.Consumer", vtable,
+                                 this);
+        sd_bus_get_unique_name(made, &name);
+    }
+
+    // Answers what has come; whether there was anything.
+    bool work() { return sd_bus_process(bus_.get(), nullptr) > 0; }
+
+    const char *name = nullptr;
+    std::vector<guint32> numbers;
+
+private:
+    static int receive(sd_bus_message *call, void *self, sd_bus_error *)
+    {
+        const void *data;
+        size_t size;
+        guint32 number = 0;
+        sd_bus_message_read_array(call, 'y', &data, &size);
+        sd_bus_message_read(call, "u", &number);
+        static_cast<SlowPeer *>(self)->numbers.push_back(number);
+        return sd_bus_reply_method_return(call, nullptr);
+    }
+    static const sd_bus_vtable vtable[];
+
+    BusOwner bus_;
+};
+
+const sd_bus_vtable SlowPeer::vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Event", "ayu", nullptr, receive, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+class CallWindowTest : public testing::Test {
+protected:
+    CallWindowTest()
+    {
+        GError *error = nullptr;
+        connect_to_bus_and_attach_events(&source, &bus, &error);
+    }
+    ~CallWindowTest() override { disconnect_from_bus_and_detach_events(source, bus); }
+
+    std::shared_ptr<CallWindow> open(const WindowLimits &limits)
+    {
+        CallWindow::close(bus);
+        CallWindow::open(bus, limits);
+        return CallWindow::find(bus);
+    }
+
+    void call(const SlowPeer &peer, guint32 number, const CallTraits &traits = {})
+    {
+        sd_bus_message *made = nullptr;
+        ASSERT_GE(sd_bus_message_new_method_call(bus, &made, peer.name, "/consumer",
+                                                 "com.vemo.Event.Consumer", "Event"),
+                  0);
+        sd_bus_message_append_array(made, 'y', "x", 1);
+        sd_bus_message_append(made, "u", number);
+        CallWindow::find(bus)->call({BusMessageOwner(made), count_answer, this, 1000, traits});
+    }
+    static int count_answer(sd_bus_message *answer, void *self, sd_bus_error *)
+    {
+        auto *test = static_cast<CallWindowTest *>(self);
+        ++test->answers;
+        test->errors += sd_bus_message_is_method_error(answer, nullptr) > 0;
+        return 0;
+    }
+
+    PrivateBus private_bus;
+    GSource *source = nullptr;
+    sd_bus *bus = nullptr;
+    guint answers = 0;
+    guint errors = 0;
+};
+
+CallTraits event()
+{
+    return {CallTraits::Kind::Event, 0, 0};
+}
+
+CallTraits state_of_property(guint32 declaration)
+{
+    return {CallTraits::Kind::PropertyEvent, declaration, 1};
+}
+
+TEST_F(CallWindowTest, OneDestinationGetsItsShareAndAllTogetherTheWindow)
+{
+    SlowPeer one, other;
+    auto window = CallWindow::find(bus);
+    for (guint32 i = 0; i < 100; ++i)
+        call(one, i);
+    EXPECT_EQ(window->under_way(), 64u);
+    for (guint32 i = 0; i < 100; ++i)
+        call(other, i);
+    EXPECT_EQ(window->under_way(), 96u);
+
+    EXPECT_TRUE(wait_until([&] {
+        while (one.work() || other.work()) {
+        }
+        return answers == 200;
+    }));
+    EXPECT_EQ(errors, 0u);
+    for (guint32 i = 0; i < 100; ++i) {
+        EXPECT_EQ(one.numbers[i], i);
+        EXPECT_EQ(other.numbers[i], i);
+    }
+}
+
+TEST_F(CallWindowTest, SilentDestinationsLeaveRoomForTheOthers)
+{
+    WindowLimits limits;
+    limits.silence = 50000;
+    auto window = open(limits);
+    std::vector<std::unique_ptr<SlowPeer>> silent;
+    for (int peer = 0; peer < 8; ++peer) {
+        silent.push_back(std::make_unique<SlowPeer>());
+        for (guint32 i = 0; i < 100; ++i)
+            call(*silent.back(), i);
+    }
+    SlowPeer healthy;
+    for (guint32 i = 0; i < 500; ++i)
+        call(healthy, i);
+    EXPECT_TRUE(wait_until([&] {
+        while (healthy.work()) {
+        }
+        return healthy.numbers.size() == 500;
+    }));
+    EXPECT_LE(window->under_way(), limits.hard);
+    EXPECT_EQ(errors, 0u);
+}
+
+TEST_F(CallWindowTest, BeyondTheBoundStatesGiveWayToNewerOnesAndThenTheOldestEventsGo)
+{
+    WindowLimits limits;
+    limits.destination = 1;
+    limits.queue_bytes = 5000; // five calls
+    open(limits);
+    LogCapture log;
+    SlowPeer peer;
+    call(peer, 0, event()); // under way
+    call(peer, 1, event());
+    call(peer, 2, state_of_property(7));
+    call(peer, 3);
+    call(peer, 4, state_of_property(7));
+    call(peer, 5, event());
+    EXPECT_TRUE(log.warnings().empty());
+    call(peer, 6, event());              // the state 2 gives way to 4
+    call(peer, 7, event());              // then the event 1 goes
+    call(peer, 8, state_of_property(8)); // and the event 5
+    EXPECT_EQ(log.warnings().size(), 1u) << "once in a while";
+
+    EXPECT_TRUE(wait_until([&] {
+        while (peer.work()) {
+        }
+        return answers == 6;
+    }));
+    EXPECT_THAT(peer.numbers, ElementsAre(0, 3, 4, 6, 7, 8));
+}
+
+TEST_F(CallWindowTest, CallsThatAreNoEventsAreNeverDropped)
+{
+    WindowLimits limits;
+    limits.destination = 1;
+    limits.queue_bytes = 3000;
+    auto window = open(limits);
+    SlowPeer peer;
+    for (guint32 i = 0; i < 20; ++i)
+        call(peer, i);
+    EXPECT_EQ(window->queued_bytes(), 19000u);
+    EXPECT_TRUE(wait_until([&] {
+        while (peer.work()) {
+        }
+        return answers == 20;
+    }));
+}
+
+TEST_F(CallWindowTest, ADestinationThatIsNotThereIsAnsweredForAll)
+{
+    SlowPeer peer;
+    auto gone = std::make_unique<SlowPeer>();
+    std::string name = gone->name;
+    gone.reset();
+    SlowPeer named;
+    named.name = name.c_str();
+    for (guint32 i = 0; i < 200; ++i)
+        call(named, i);
+    EXPECT_TRUE(wait_until([&] { return answers == 200; }));
+    EXPECT_EQ(errors, 200u);
+    EXPECT_EQ(CallWindow::find(bus)->under_way(), 0u);
+}
+
+} // namespace
