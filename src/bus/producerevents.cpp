@@ -75,8 +75,13 @@ gboolean producer_send_event(Producer *self, const event *event, GError **error)
                         "The local declare id of the event is not registered.");
         return FALSE;
     }
-    if (event->property)
-        data->cache(std::unique_ptr<struct event>(event_copy(event)));
+    if (event->property) {
+        // The switch may have gone and come since the event was given its ids.
+        auto last_state = std::make_unique<struct event>(*event);
+        last_state->global_id = data->declaration->global_id;
+        last_state->producer_id = data->declaration->producer_id;
+        data->cache(std::move(last_state));
+    }
 
     Delivery delivery(state.presence.bus, *event);
     for (const auto &subscription : data->subscriptions)
