@@ -7,7 +7,8 @@
  *     ./watch-events topic0=Device 'load!=0.000000' or '*=on'
  *
  * Conditions: key=value, key!=value, key (it is there), !key (it is not), *=value and *!=value (any
- * key, no key with this value). All of them have to hold; "or" begins an alternative.
+ * key, no key with this value). All keys have to agree; several values for one key are
+ * alternatives, and "or" begins another group.
  */
 
 #include <qandor/qandor.h>
