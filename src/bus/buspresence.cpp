@@ -12,7 +12,7 @@ int ignore_answer(sd_bus_message *reply, void *, sd_bus_error *)
     return 0;
 }
 
-int BusPresence::connect_to_bus(GError **error)
+int BusPresence::connect(GError **error)
 {
     int r = connect_to_bus_and_attach_events(&source_, &bus, error);
     if (r < 0) {

@@ -23,7 +23,7 @@ public:
     ~BusPresence() { disconnect(); }
 
     // Each returns a negative errno on failure.
-    int connect(GError **error) { return connect_to_bus(error); }
+    int connect(GError **error);
     int serve(const char *interface, const sd_bus_vtable *vtable, void *instance);
     int watch(void (*online)(gpointer), void (*offline)(gpointer), void *instance);
 
@@ -34,8 +34,6 @@ public:
     std::string name;
 
 private:
-    int connect_to_bus(GError **error);
-
     GSource *source_ = nullptr;
     bus_driver_watcher watcher_ = {};
 };
