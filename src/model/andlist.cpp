@@ -9,17 +9,7 @@
 namespace qandor {
 namespace {
 
-// From here on a table is cheaper than looking at every bucket, and adding many stays linear.
-constexpr std::size_t many = 16;
-
 constexpr std::size_t first_room = 4;
-
-void make_first(key_value &key_value)
-{
-    key_value.next = nullptr;
-    key_value.last = &key_value;
-    key_value.count = 1;
-}
 
 } // namespace
 
@@ -39,7 +29,7 @@ void AndList::copy_buckets(const std::vector<BucketPlace> &from, std::vector<Buc
     to.reserve(from.size());
     for (const BucketPlace &place : from) {
         key_value *first = make(*place.first);
-        make_first(*first);
+        first->begin_chain();
         to.push_back({place.key, first});
         for (key_value *source = place.first->next; source; source = source->next)
             extend(Bucket(first), make(*source));
@@ -157,22 +147,20 @@ void AndList::replace(key_value key_value)
         return;
     }
     bucket.first() = std::move(key_value);
-    make_first(bucket.first());
+    bucket.first().begin_chain();
 }
 
-Bucket AndList::begin_bucket(key_value *first)
+void AndList::put_bucket(key_value *first)
 {
-    make_first(*first);
     std::size_t place =
         first->key_wildcard ? find_wildcard_place(first->value) : find_place(first->key);
     auto &buckets = first->key_wildcard ? wildcards_ : keyed_;
     if (place < buckets.size()) {
         buckets[place] = {first->key, first};
-        return Bucket(first);
+        return;
     }
     buckets.push_back({first->key, first});
     note_places();
-    return Bucket(first);
 }
 
 } // namespace qandor

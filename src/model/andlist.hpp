@@ -123,16 +123,28 @@ public:
     {
         return &segment_with_room().emplace_back(std::forward<Arguments>(arguments)...);
     }
-    Bucket begin_bucket(key_value *first);
+    Bucket begin_bucket(key_value *first)
+    {
+        first->begin_chain();
+        if (first->key_wildcard || keyed_.size() >= many || find(first->key))
+            put_bucket(first);
+        else
+            keyed_.push_back({first->key, first});
+        return Bucket(first);
+    }
     void extend(Bucket bucket, key_value *added);
 
 private:
+    // From here on a table is cheaper than looking at every bucket, and adding many stays linear.
+    static constexpr std::size_t many = 16;
+
     // Where a key's (a value's) bucket stands, once there are too many to look at one by one.
     struct Places {
         std::unordered_map<const KeyName *, std::size_t> keyed;
         std::unordered_map<std::string_view, std::size_t> wildcards;
     };
 
+    void put_bucket(key_value *first);
     Bucket find_in_places(const KeyName *key) const;
     std::size_t find_place(const KeyName *key) const;
     std::size_t find_wildcard_place(std::string_view value) const;

@@ -5,6 +5,7 @@
 #include "model/shortbytes.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace qandor {
@@ -47,16 +48,6 @@ void AttributesBlock::dispose(AttributesBlock *block)
     g_free(block);
 }
 
-char *AttributesBlock::take(std::size_t size)
-{
-    if (size > left_)
-        return nullptr;
-    char *bytes = reinterpret_cast<char *>(this + 1) + used_;
-    left_ -= size;
-    used_ += size;
-    return bytes;
-}
-
 const Attributes *Attributes::place(AttributesBlock *block, char *memory,
                                     const AttributeTexts &texts)
 {
@@ -86,11 +77,13 @@ Share<const Attributes> Attributes::make(const AttributeTexts &texts)
     return Share<const Attributes>(place(block, block->take(size), texts));
 }
 
-Share<const Attributes> Attributes::Maker::make(const AttributeTexts &texts)
+// The bytes of the record are copied as they are, with what stands between the texts, and each text
+// is terminated where something else followed it.
+Share<const Attributes> Attributes::Maker::copy(const AttributeTexts &texts)
 {
-    std::size_t length = length_of(texts);
-    if (length == 0)
-        return {};
+    const char *begin = texts.front().data();
+    std::size_t length =
+        static_cast<std::size_t>(texts.back().data() - begin) + texts.back().size();
     std::size_t size = size_for(length);
     char *memory = block_ ? block_->take(size) : nullptr;
     if (!memory) {
@@ -98,7 +91,16 @@ Share<const Attributes> Attributes::Maker::make(const AttributeTexts &texts)
         memory = block_->take(size);
     }
     block_->retain();
-    return Share<const Attributes>(place(block_.get(), memory, texts));
+
+    auto *attributes = new (memory) Attributes(block_.get());
+    char *copied = memory + sizeof(Attributes);
+    std::memcpy(copied, begin, length);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        char *text = copied + (texts[i].data() - begin);
+        text[texts[i].size()] = '\0';
+        attributes->texts_[i] = OptionalText(text, texts[i].size());
+    }
+    return Share<const Attributes>(attributes);
 }
 
 } // namespace qandor

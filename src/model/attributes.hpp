@@ -38,7 +38,15 @@ public:
     static void dispose(AttributesBlock *block);
 
     // The next bytes of the block, or NULL when so many are not left.
-    char *take(std::size_t size);
+    char *take(std::size_t size)
+    {
+        if (size > left_)
+            return nullptr;
+        char *bytes = reinterpret_cast<char *>(this + 1) + used_;
+        left_ -= size;
+        used_ += size;
+        return bytes;
+    }
 
 private:
     explicit AttributesBlock(std::size_t size) : left_(size) {}
@@ -52,12 +60,21 @@ public:
     // Returns nothing when all texts are empty, as they mostly are.
     static Share<const Attributes> make(const AttributeTexts &texts);
 
-    // The same for the keys of one record that is read, one after another: no text is absent.
+    // The same for the keys of one record that is read, one after another. No text is absent, and
+    // they stand in the record in this order, each with other bytes behind it.
     class Maker {
     public:
-        Share<const Attributes> make(const AttributeTexts &texts);
+        Share<const Attributes> make(const AttributeTexts &texts)
+        {
+            std::size_t length = 0;
+            for (const OptionalText &text : texts)
+                length += text.size();
+            return length == 0 ? Share<const Attributes>() : copy(texts);
+        }
 
     private:
+        Share<const Attributes> copy(const AttributeTexts &texts);
+
         Share<AttributesBlock> block_;
     };
 

@@ -60,7 +60,7 @@ gboolean inspectable_or(inspectable *inspect)
         log_warning("Only subscribe expressions support the OR statement.");
         return FALSE;
     }
-    inspect->and_lists.emplace_back();
+    inspect->and_lists.add();
     return TRUE;
 }
 

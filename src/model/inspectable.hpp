@@ -3,7 +3,7 @@
 // The inspectable record. Message objects hold theirs by value.
 #pragma once
 
-#include "model/andlist.hpp"
+#include "model/andlists.hpp"
 #include "model/taglist.hpp"
 #include "platform/owners.hpp"
 
@@ -17,7 +17,7 @@ struct inspectable : qandor::SliceAllocated {
     // One that is about to be read, or to take another one's content.
     struct Unread {};
 
-    explicit inspectable(guint32 type) : type(type) { and_lists.emplace_back(); }
+    explicit inspectable(guint32 type) : type(type) { and_lists.add(); }
     explicit inspectable(Unread) : type(IT_EVENT) {}
     inspectable(const inspectable &other, guint32 type)
         : SliceAllocated(), and_lists(other.and_lists), tags(other.tags), internal(other.internal),
@@ -29,11 +29,8 @@ struct inspectable : qandor::SliceAllocated {
 
     // The last and-list, to which key-values are added and in which they are looked up; NULL only
     // after reading a record that has none.
-    qandor::AndList *current() { return and_lists.empty() ? nullptr : &and_lists.back(); }
-    const qandor::AndList *current() const
-    {
-        return and_lists.empty() ? nullptr : &and_lists.back();
-    }
+    qandor::AndList *current() { return and_lists.last(); }
+    const qandor::AndList *current() const { return and_lists.last(); }
 
     // The first key-value of the key, or NULL.
     key_value *find(std::string_view key) const;
@@ -46,7 +43,7 @@ struct inspectable : qandor::SliceAllocated {
     // The key-value at a position, or NULL past the end.
     key_value *at(std::size_t position) const;
 
-    std::vector<qandor::AndList> and_lists; // alternatives, in the order in which they were begun
+    qandor::AndLists and_lists; // alternatives, in the order in which they were begun
     std::vector<std::string> tags;
     gint internal = FALSE;
     guint32 type;

@@ -112,10 +112,8 @@ struct ReadInspectable {
     void begin();
     template <class Visit> void each(guint32 count, Visit visit)
     {
-        for (guint32 i = 0; i < count; ++i) {
-            made.and_lists.emplace_back();
-            visit(ReadAndList{made.and_lists.back(), attributes});
-        }
+        for (guint32 i = 0; i < count; ++i)
+            visit(ReadAndList{made.and_lists.add(), attributes});
     }
     auto tags()
     {

@@ -58,6 +58,12 @@ struct key_value : qandor::SliceAllocated {
         value_wildcard = FALSE;
         value.assign(text);
     }
+    void begin_chain()
+    {
+        next = nullptr;
+        last = this;
+        count = 1;
+    }
     bool is_open() const { return value_settable && value_wildcard; }
 };
 

@@ -6,6 +6,7 @@
 #include "model/andlist.hpp"
 #include "model/grammar.hpp"
 #include "model/keyvalue.hpp"
+#include "platform/check.hpp"
 
 #include <vector>
 
@@ -96,5 +97,26 @@ struct ReadKeyValue {
     AndList *list;
     key_value *made = nullptr;
 };
+
+// A key wildcard comes back without a key and a value wildcard without a value, as when it is made.
+inline void ReadKeyValue::make()
+{
+    bool both = fields.key_wildcard == TRUE && fields.value_wildcard == TRUE;
+    CHECK_TEXT(!both, "key_value != NULL");
+    CHECK_TEXT(fields.key_wildcard == FALSE || fields.value_wildcard == FALSE,
+               "key_wildcard == FALSE || value_wildcard == FALSE");
+
+    std::string_view key = fields.key_wildcard == TRUE ? std::string_view("") : fields.key;
+    std::string_view value = fields.value_wildcard == TRUE ? std::string_view("") : fields.value;
+    const KeyName *name = KeyName::intern(key);
+    made = list
+               ? list->make(name, fields.key_wildcard, value, fields.value_wildcard, fields.negated)
+               : new key_value(name, fields.key_wildcard, value, fields.value_wildcard,
+                               fields.negated);
+    made->attributes =
+        attributes.make({fields.name_space, fields.key_nice_name, fields.value_nice_name,
+                         fields.value_user_string, fields.complex_type_name});
+    made->value_type = fields.value_type;
+}
 
 } // namespace qandor

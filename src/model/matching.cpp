@@ -136,7 +136,7 @@ gboolean inspectable_is_complete(const inspectable *inspect)
     CHECK(inspect != NULL);
     CHECK(inspect->type == IT_EVENT_DECLARATION || inspect->type == IT_EVENT);
     CHECK_TEXT(inspect->and_lists.size() == 1, "g_list_length(inspect->and_lists) == 1");
-    for (Bucket bucket : inspect->and_lists.front().keyed())
+    for (Bucket bucket : inspect->current()->keyed())
         if (bucket.first().is_open())
             return FALSE;
     return TRUE;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Copying, comparing and hashing of texts that are mostly short: without a call, by words that may
-// overlap.
+// Copying, comparing, hashing and cutting of texts that are mostly short: without a call, by words
+// that may overlap.
 #pragma once
 
 #include <glib.h>
@@ -61,6 +61,28 @@ inline bool are_same_bytes(std::string_view one, std::string_view other)
                load<guint32>(bytes1 + size - 4) == load<guint32>(bytes2 + size - 4);
     return size == 0 || (bytes1[0] == bytes2[0] && bytes1[size / 2] == bytes2[size / 2] &&
                          bytes1[size - 1] == bytes2[size - 1]);
+}
+
+inline bool has_zero_byte(guint64 word)
+{
+    return ((word - 0x0101010101010101U) & ~word & 0x8080808080808080U) != 0;
+}
+
+inline bool has_nul(std::string_view bytes)
+{
+    std::size_t size = bytes.size();
+    const char *begin = bytes.data();
+    if (size == 0)
+        return false;
+    if (size > 16)
+        return std::memchr(begin, 0, size) != nullptr;
+    if (size >= 8)
+        return has_zero_byte(load<guint64>(begin)) ||
+               has_zero_byte(load<guint64>(begin + size - 8));
+    if (size >= 4)
+        return has_zero_byte(load<guint32>(begin) |
+                             static_cast<guint64>(load<guint32>(begin + size - 4)) << 32);
+    return !begin[0] || !begin[size / 2] || !begin[size - 1];
 }
 
 inline guint32 hash_of(std::string_view bytes)

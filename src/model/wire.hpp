@@ -155,7 +155,13 @@ public:
     {
         field = reinterpret_cast<gpointer>(static_cast<guintptr>(get<guint32>()));
     }
-    void text(std::string_view &field) { field = deserialize_string(); }
+    // In C a text ends at its first NUL, whatever its length says.
+    void text(std::string_view &field)
+    {
+        field = deserialize_string();
+        if (has_nul(field))
+            field = field.substr(0, field.find('\0'));
+    }
     void blob(Blob &blob) { blob.data = deserialize_size(blob.size); }
 
 private:

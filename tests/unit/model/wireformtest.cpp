@@ -186,6 +186,33 @@ TEST(WireForm, RecordsWithoutAndListsAreReadByEveryType)
     }
 }
 
+// The texts of a key-value in their order in the record: key, name space, two nice names around the
+// value, user string, complex type name.
+Bytes key_value_of(const std::vector<std::string> &texts)
+{
+    return Bytes{0xF5} + text(texts[0]) + Bytes{0} + text(texts[1]) + text(texts[2]) +
+           text(texts[3]) + Bytes{0} + text(texts[4]) + text(texts[5]) + text(texts[6]) +
+           Bytes{0, 4, 0, 0};
+}
+
+TEST(WireForm, ATextEndsAtItsFirstNul)
+{
+    for (std::size_t length : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 40}) {
+        for (std::size_t nul = 0; nul < length; ++nul) {
+            std::string cut(nul, 'x'), long_one(length, 'x');
+            long_one[nul] = '\0';
+            Owned<inspectable> event = read(Bytes{0xF2, 1, 0, 1, 0, 0xF3, 1, 0, 0xF4, 1, 0} +
+                                            key_value_of(std::vector<std::string>(7, long_one)) +
+                                            Bytes{0, 0, 1, 0} + text(long_one));
+            Owned<inspectable> plain(read(Bytes{0xF2, 1, 0, 1, 0, 0xF3, 1, 0, 0xF4, 1, 0} +
+                                          key_value_of(std::vector<std::string>(7, cut)) +
+                                          Bytes{0, 0, 1, 0} + text(cut)));
+            ASSERT_EQ(written(event.get()), written(plain.get())) << length << " " << nul;
+            ASSERT_STREQ(inspectable_get_value(event.get(), cut.c_str()), cut.c_str());
+        }
+    }
+}
+
 using WireFormDeathTest = testing::Test;
 
 void read_as_key_value(const Bytes &bytes)
