@@ -11,24 +11,26 @@ constexpr gint64 quiet_time = 10 * G_USEC_PER_SEC;
 
 } // namespace
 
-std::string CallQueue::property_of(const QueuedCall &call)
+std::string CallQueue::property_of(const EventCall &event)
 {
-    std::string property = sd_bus_message_get_path(call.message.get());
-    property.append(" ").append(std::to_string(call.traits.declaration));
-    property.append(" ").append(std::to_string(call.traits.token));
+    std::string property = event.path;
+    property.append(" ").append(std::to_string(event.declaration));
+    property.append(" ").append(std::to_string(event.token));
     return property;
 }
 
 void CallQueue::push(QueuedCall call)
 {
     bytes_ += call.size;
-    CallTraits::Kind kind = call.traits.kind;
     Place place = calls_.insert(calls_.end(), Entry{std::move(call)});
-    if (kind == CallTraits::Kind::Event)
-        place->among_droppable = events_.insert(events_.end(), place);
-    if (kind != CallTraits::Kind::PropertyEvent)
+    const EventCall *event = place->call.event();
+    if (!event)
         return;
-    auto [newest, is_first] = newest_states_.try_emplace(property_of(place->call), place);
+    if (!event->is_property) {
+        place->among_droppable = events_.insert(events_.end(), place);
+        return;
+    }
+    auto [newest, is_first] = newest_states_.try_emplace(property_of(*event), place);
     if (is_first)
         return;
     supersede(newest->second);
@@ -44,8 +46,8 @@ void CallQueue::supersede(Place place)
 QueuedCall CallQueue::pop()
 {
     Place first = calls_.begin();
-    if (first->call.traits.kind == CallTraits::Kind::PropertyEvent && !first->superseded)
-        newest_states_.erase(property_of(first->call));
+    if (is_state(first->call) && !first->superseded)
+        newest_states_.erase(property_of(*first->call.event()));
     QueuedCall call = std::move(first->call);
     erase(first);
     return call;
@@ -56,7 +58,7 @@ void CallQueue::erase(Place place)
     bytes_ -= place->call.size;
     if (place->superseded)
         superseded_.erase(place->among_droppable);
-    else if (place->call.traits.kind == CallTraits::Kind::Event)
+    else if (place->call.event() && !is_state(place->call))
         events_.erase(place->among_droppable);
     calls_.erase(place);
 }

@@ -3,28 +3,24 @@
 // The calls that wait for one destination, in order, and what may go when too many wait.
 #pragma once
 
+#include "bus/eventcall.hpp"
 #include "platform/owners.hpp"
 
 #include <list>
 #include <string>
 #include <unordered_map>
+#include <variant>
 
 namespace qandor {
 
-// What a call delivers, which decides whether it may be dropped.
-struct CallTraits {
-    enum class Kind { Call, Event, PropertyEvent } kind = Kind::Call;
-    // Of a property's event: which property's state it is, for which subscription.
-    guint32 declaration = 0;
-    guint32 token = 0;
-};
-
 struct QueuedCall {
-    BusMessageOwner message;
+    std::variant<BusMessageOwner, EventCall> content;
     sd_bus_message_handler_t callback;
     void *userdata;
     std::size_t size; // bytes that it takes, about
-    CallTraits traits;
+
+    // The event that it delivers, if it does.
+    const EventCall *event() const { return std::get_if<EventCall>(&content); }
 };
 
 class CallQueue {
@@ -51,7 +47,11 @@ private:
         Places::iterator among_droppable{}; // of plain events and of superseded states
     };
 
-    static std::string property_of(const QueuedCall &call);
+    static bool is_state(const QueuedCall &call)
+    {
+        return call.event() && call.event()->is_property;
+    }
+    static std::string property_of(const EventCall &event);
     void supersede(Place place);
     void erase(Place place);
 

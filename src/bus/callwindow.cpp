@@ -2,6 +2,7 @@
 
 #include "bus/callwindow.hpp"
 
+#include "bus/methodcall.hpp"
 #include "platform/log.hpp"
 
 #include <algorithm>
@@ -112,9 +113,9 @@ bool CallWindow::admits(const Destination &destination) const
     return destination.under_way < std::max(1U, free / 4);
 }
 
-void CallWindow::call(QueuedCall call)
+void CallWindow::call(const char *name, QueuedCall call)
 {
-    Destination &destination = destination_of(sd_bus_message_get_destination(call.message.get()));
+    Destination &destination = destination_of(name);
     if (destination.queue.empty() && admits(destination)) {
         send(destination, std::move(call));
         return;
@@ -137,6 +138,13 @@ CallWindow::PendingCall *CallWindow::new_pending()
     return &pending_.front();
 }
 
+BusMessageOwner CallWindow::message_of(QueuedCall call, const Destination &destination) const
+{
+    if (const EventCall *event = call.event())
+        return event->message(bus_, destination.name.c_str());
+    return std::move(std::get<BusMessageOwner>(call.content));
+}
+
 void CallWindow::send(Destination &destination, QueuedCall call)
 {
     PendingCall *pending = new_pending();
@@ -145,12 +153,12 @@ void CallWindow::send(Destination &destination, QueuedCall call)
     pending->userdata = call.userdata;
     pending->sent_at = now_usec();
 
-    sd_bus_message *message = call.message.get();
-    int r = sd_bus_call_async(bus_, nullptr, message, receive_answer, pending, limits_.timeout);
+    BusMessageOwner message = message_of(std::move(call), destination);
+    int r =
+        sd_bus_call_async(bus_, nullptr, message.get(), receive_answer, pending, limits_.timeout);
     if (r < 0) {
         spare_.splice(spare_.begin(), pending_, pending->place);
-        log_warning("Failed to call %s.%s: %d", sd_bus_message_get_interface(message),
-                    sd_bus_message_get_member(message), r);
+        log_failed_call(message.get(), r);
         return;
     }
     if (destination.under_way == 0)
@@ -317,9 +325,9 @@ void CallWindow::send_the_rest()
 {
     for (Destination *destination : waiting_) {
         while (!destination->queue.empty()) {
-            QueuedCall call = destination->queue.pop();
-            sd_bus_message_set_expect_reply(call.message.get(), 0);
-            sd_bus_send(bus_, call.message.get(), nullptr);
+            BusMessageOwner message = message_of(destination->queue.pop(), *destination);
+            sd_bus_message_set_expect_reply(message.get(), 0);
+            sd_bus_send(bus_, message.get(), nullptr);
         }
     }
     waiting_.clear();

@@ -51,7 +51,7 @@ public:
 
     // Sends the call now or in its turn. Its callback runs once, with the answer, an error or the
     // end of the timeout; never when the call cannot be sent, which is a warning.
-    void call(QueuedCall call);
+    void call(const char *destination, QueuedCall call);
 
     // Sends all that waits at once, as calls that expect no answer.
     void send_the_rest();
@@ -69,6 +69,7 @@ private:
 
     Destination &destination_of(const char *name);
     bool admits(const Destination &destination) const;
+    BusMessageOwner message_of(QueuedCall call, const Destination &destination) const;
     void send(Destination &destination, QueuedCall call);
     void settle(Destination &destination, bool timed_out);
     void forget_lost(Destination &destination);

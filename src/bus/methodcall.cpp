@@ -35,17 +35,29 @@ MethodCall &MethodCall::append_bytes(const Bytes &bytes)
     return *this;
 }
 
-void MethodCall::send(sd_bus_message_handler_t callback, void *userdata, const CallTraits &traits)
+void MethodCall::send(sd_bus_message_handler_t callback, void *userdata)
 {
-    if (std::shared_ptr<CallWindow> window = CallWindow::find(bus_)) {
-        window->call({std::move(message_), callback, userdata, size_, traits});
+    std::shared_ptr<CallWindow> window = CallWindow::find(bus_);
+    if (!window) {
+        send_past_window(bus_, message_.get(), callback, userdata);
         return;
     }
-    sd_bus_message *message = message_.get();
-    int r = sd_bus_call_async(bus_, nullptr, message, callback, userdata, call_timeout_usec);
+    const char *destination = sd_bus_message_get_destination(message_.get());
+    window->call(destination, {std::move(message_), callback, userdata, size_});
+}
+
+void send_past_window(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t callback,
+                      void *userdata)
+{
+    int r = sd_bus_call_async(bus, nullptr, message, callback, userdata, call_timeout_usec);
     if (r < 0)
-        log_warning("Failed to call %s.%s: %d", sd_bus_message_get_interface(message),
-                    sd_bus_message_get_member(message), r);
+        log_failed_call(message, r);
+}
+
+void log_failed_call(sd_bus_message *message, int r)
+{
+    log_warning("Failed to call %s.%s: %d", sd_bus_message_get_interface(message),
+                sd_bus_message_get_member(message), r);
 }
 
 int MethodCall::send_and_wait(sd_bus_error *error, sd_bus_message **reply)

@@ -24,6 +24,13 @@ struct Bytes {
     gsize length;
 };
 
+// Sends a call on a connection that has no window. The callback never runs when it cannot be sent,
+// which is a warning.
+void send_past_window(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t callback,
+                      void *userdata);
+
+void log_failed_call(sd_bus_message *message, int r);
+
 // A call under construction. What cannot be built ends the process.
 class MethodCall {
 public:
@@ -37,9 +44,11 @@ public:
     MethodCall &append_bytes(const Bytes &bytes);
 
     // Sends it through the connection's window.
-    void send(sd_bus_message_handler_t callback, void *userdata, const CallTraits &traits = {});
+    void send(sd_bus_message_handler_t callback, void *userdata);
     // Sends it past the window, of which one call at a time leaves enough room, and waits.
     int send_and_wait(sd_bus_error *error, sd_bus_message **reply);
+    // Gives away what has been built.
+    BusMessageOwner message() && { return std::move(message_); }
 
 private:
     static void check(int r);

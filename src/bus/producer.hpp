@@ -96,7 +96,7 @@ public:
 private:
     sd_bus *bus_;
     const event &event_;
-    ArrayOwner bytes_;
+    std::shared_ptr<GArray> bytes_; // the deliveries that wait share them
 };
 
 } // namespace qandor

@@ -16,15 +16,10 @@ using namespace qandor;
 void Delivery::to(const subscribe_expression &subscription)
 {
     if (!bytes_)
-        bytes_.reset(event_serialize(&event_));
-    CallTraits traits;
-    traits.kind = event_.property ? CallTraits::Kind::PropertyEvent : CallTraits::Kind::Event;
-    traits.declaration = event_.local_id;
-    traits.token = subscription.consumer_token;
-    ConsumerAddress address{subscription.dbus_service.c_str(), subscription.dbus_object.c_str(),
-                            subscription.consumer_token};
-    call_consumer_event(bus_, address,
-                        {reinterpret_cast<const guint8 *>(bytes_->data), bytes_->len}, traits,
+        bytes_.reset(event_serialize(&event_), g_array_unref);
+    call_consumer_event(bus_, subscription.dbus_service.c_str(),
+                        {bytes_, subscription.dbus_object, subscription.consumer_token,
+                         event_.property != FALSE, event_.local_id},
                         ignore_answer, nullptr);
 }
 

@@ -8,9 +8,12 @@
 #include "support/privatebus.hpp"
 
 #include <qandor/busconnection.h>
+#include <qandor/serialize.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 using namespace qandor;
 using namespace qandor::test;
@@ -44,10 +47,11 @@ private:
     {
         const void *data;
         size_t size;
-        guint32 number = 0;
+        guint32 number;
         sd_bus_message_read_array(call, 'y', &data, &size);
-        sd_bus_message_read(call, "u", &number);
-        static_cast<SlowPeer *>(self)->numbers.push_back(number);
+        EXPECT_EQ(size, sizeof number);
+        std::memcpy(&number, data, sizeof number);
+        static_cast<SlowPeer *>(self)->numbers.push_back(GUINT32_FROM_LE(number));
         return sd_bus_reply_method_return(call, nullptr);
     }
     static const sd_bus_vtable vtable[];
@@ -77,15 +81,28 @@ protected:
         return CallWindow::find(bus);
     }
 
-    void call(const SlowPeer &peer, guint32 number, const CallTraits &traits = {})
+    // An event that is nothing but its number.
+    static EventCall event(guint32 number)
     {
-        sd_bus_message *made = nullptr;
-        ASSERT_GE(sd_bus_message_new_method_call(bus, &made, peer.name, "/consumer",
-                                                 "com.vemo.Event.Consumer", "Event"),
-                  0);
-        sd_bus_message_append_array(made, 'y', "x", 1);
-        sd_bus_message_append(made, "u", number);
-        CallWindow::find(bus)->call({BusMessageOwner(made), count_answer, this, 1000, traits});
+        std::shared_ptr<GArray> bytes(serialize_create_array(), g_array_unref);
+        serialize_32bit(bytes.get(), number);
+        return {bytes, "/consumer", 1};
+    }
+    static EventCall state(guint32 number, guint32 declaration)
+    {
+        EventCall state = event(number);
+        state.is_property = true;
+        state.declaration = declaration;
+        return state;
+    }
+
+    void call(const SlowPeer &peer, guint32 number)
+    {
+        deliver(peer, event(number).message(bus, peer.name));
+    }
+    template <class Content> void deliver(const SlowPeer &peer, Content content)
+    {
+        CallWindow::find(bus)->call(peer.name, {std::move(content), count_answer, this, 1000});
     }
     static int count_answer(sd_bus_message *answer, void *self, sd_bus_error *)
     {
@@ -101,16 +118,6 @@ protected:
     guint answers = 0;
     guint errors = 0;
 };
-
-CallTraits event()
-{
-    return {CallTraits::Kind::Event, 0, 0};
-}
-
-CallTraits state_of_property(guint32 declaration)
-{
-    return {CallTraits::Kind::PropertyEvent, declaration, 1};
-}
 
 TEST_F(CallWindowTest, OneDestinationGetsItsShareAndAllTogetherTheWindow)
 {
@@ -166,16 +173,16 @@ TEST_F(CallWindowTest, BeyondTheBoundStatesGiveWayToNewerOnesAndThenTheOldestEve
     open(limits);
     LogCapture log;
     SlowPeer peer;
-    call(peer, 0, event()); // under way
-    call(peer, 1, event());
-    call(peer, 2, state_of_property(7));
+    deliver(peer, event(0)); // under way
+    deliver(peer, event(1));
+    deliver(peer, state(2, 7));
     call(peer, 3);
-    call(peer, 4, state_of_property(7));
-    call(peer, 5, event());
+    deliver(peer, state(4, 7));
+    deliver(peer, event(5));
     EXPECT_TRUE(log.warnings().empty());
-    call(peer, 6, event());              // the state 2 gives way to 4
-    call(peer, 7, event());              // then the event 1 goes
-    call(peer, 8, state_of_property(8)); // and the event 5
+    deliver(peer, event(6));    // the state 2 gives way to 4
+    deliver(peer, event(7));    // then the event 1 goes
+    deliver(peer, state(8, 8)); // and the event 5
     EXPECT_EQ(log.warnings().size(), 1u) << "once in a while";
 
     EXPECT_TRUE(wait_until([&] {
