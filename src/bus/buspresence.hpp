@@ -8,6 +8,8 @@
 
 #include <qandor/busconnection.h>
 
+#include <glib-object.h>
+
 #include <string>
 
 namespace qandor {
@@ -36,6 +38,19 @@ public:
 private:
     GSource *source_ = nullptr;
     bus_driver_watcher watcher_ = {};
+};
+
+// Keeps an instance while the application's functions run, which may free the handle it belongs to
+// and iterate the main context until that has happened.
+class KeepAlive {
+public:
+    explicit KeepAlive(void *instance) : instance_(g_object_ref(instance)) {}
+    KeepAlive(const KeepAlive &) = delete;
+    KeepAlive &operator=(const KeepAlive &) = delete;
+    ~KeepAlive() { g_object_unref(instance_); }
+
+private:
+    gpointer instance_;
 };
 
 // Whether an answer says that there was nobody to take the call.

@@ -35,6 +35,7 @@ guint32 uid_for(ConsumerState &state, guint32 token, sd_bus_message *m)
 template <class Receive> int receive(sd_bus_message *m, void *userdata, Receive hand_on)
 {
     Consumer *self = consumer_of(userdata);
+    KeepAlive alive(self);
     {
         ConsumerState &state = state_of(self);
         std::lock_guard lock(state.mutex);

@@ -76,6 +76,7 @@ static void producer_online_handler(gpointer user_data)
 
 static void producer_offline_handler(gpointer user_data)
 {
+    KeepAlive alive(user_data);
     ProducerState &state = state_of(static_cast<Producer *>(user_data));
     std::lock_guard lock(state.mutex);
     state.go_offline();
@@ -116,6 +117,8 @@ void producer_prepare_free(Producer *self)
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
     state.subscriptions_changed = nullptr;
-    for (auto &[local_id, data] : state.declared_events)
+    for (auto &[local_id, data] : state.declared_events) {
         drop_property_callback(*data->declaration);
+        data->complete_cb = nullptr;
+    }
 }

@@ -22,6 +22,7 @@ struct decl_data {
     std::unique_ptr<event_declaration> declaration;
     bool declared = false; // sent since the switch last went away
     guint64 sending = 0;   // which sending that was
+    guint released_at = 0; // the switch, by its number, that the global id of a released one is of
     producer_complete_callback complete_cb = nullptr;
     gpointer complete_data = nullptr;
     std::unique_ptr<event> cached_event; // a property's last state
@@ -54,6 +55,12 @@ public:
                      gpointer callback_data);
 
     void come_online() { declare_all(); }
+    void release(decl_data &data) { data.released_at = switch_number_; }
+    // Whether the switch of today is the one that gave a released declaration its global id.
+    bool is_known_to_switch(const decl_data &data) const
+    {
+        return data.declaration->global_id != 0 && data.released_at == switch_number_;
+    }
     void go_offline();
 
     RecursiveMutex mutex;
@@ -78,6 +85,7 @@ private:
     void *new_type_request(const gchar *type, producer_declaration_callback callback,
                            gpointer callback_data);
 
+    guint switch_number_ = 0; // counts the switches that went away
     SendTickets<ProducerState> tickets_;
     std::list<TypeRequest> type_requests_;
 };

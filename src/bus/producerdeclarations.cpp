@@ -120,6 +120,7 @@ decl_data *producer_release_declare_id(Producer *self, guint32 local_id)
         return nullptr;
     std::unique_ptr<decl_data> data = std::move(node.mapped());
     bool was_visible = data->has_visible_subscription();
+    state.release(*data);
     data->subscriptions.clear();
     drop_property_callback(*data->declaration);
     data->complete_cb = nullptr;
@@ -134,7 +135,7 @@ void producer_send_undeclare(Producer *self, decl_data *data)
     std::unique_ptr<decl_data> owner(data);
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
-    if (data->declaration->global_id != 0)
+    if (state.is_known_to_switch(*data))
         state.tell_to_forget(data->declaration->global_id);
 }
 

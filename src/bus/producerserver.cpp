@@ -30,6 +30,7 @@ int producer_receive_declaration_complete_bus(sd_bus_message *m, void *self, sd_
 {
     CHECK(m != NULL);
     CHECK(self != NULL);
+    KeepAlive alive(self);
     guint32 local_id, global_id;
     read_values(m, "uu", &local_id, &global_id);
     producer_receive_declaration_complete(producer_of(self), local_id, global_id);
@@ -40,6 +41,7 @@ int producer_receive_subscribe_bus(sd_bus_message *m, void *self, sd_bus_error *
 {
     CHECK(m != NULL);
     CHECK(self != NULL);
+    KeepAlive alive(self);
     GArray array = read_bytes(m);
     guint32 local_id;
     read_values(m, "u", &local_id);
@@ -61,6 +63,7 @@ int producer_receive_unsubscribe_bus(sd_bus_message *m, void *self, sd_bus_error
 {
     CHECK(m != NULL);
     CHECK(self != NULL);
+    KeepAlive alive(self);
     guint32 subscription_id, local_id;
     read_values(m, "uu", &subscription_id, &local_id);
     producer_receive_unsubscribe(producer_of(self), subscription_id, local_id);

@@ -41,6 +41,7 @@ void ProducerState::notify_subscriptions_changed()
 
 void ProducerState::go_offline()
 {
+    ++switch_number_;
     bool was_visible = false;
     for (auto &[local_id, data] : declared_events) {
         was_visible = was_visible || data->has_visible_subscription();
