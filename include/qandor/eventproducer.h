@@ -23,9 +23,12 @@
 #include <qandor/api.h>
 #include <qandor/event.h>
 #include <qandor/eventdeclaration.h>
+#include <qandor/eventutils.h>
 #include <qandor/producer.h>
 
 #include <glib.h>
+
+#include <stdarg.h>
 
 G_BEGIN_DECLS
 
@@ -138,6 +141,52 @@ QANDOR_API gboolean event_producer_remove_declaration(event_producer *event_prod
                                                       producer_declaration_callback callback,
                                                       gpointer user_data);
 
+/**
+ * Declares an installed type (see event_declaration_new_from_type()) and fills in values of its
+ * open keys: after @type come a key, its value and the value's type for each, and NULL at the end.
+ *
+ *     gint channel = 5;
+ *     event_producer_register(producer, "channel-change", "channel", &channel, VALUE_TYPE_INT,
+ *                             "by", "remote control", VALUE_TYPE_STRING, NULL);
+ *
+ * A value is given in its type, a guint32 (one of value_type, anything else is fatal): a pointer to
+ * a gint, gboolean or gdouble, or the string itself. Everything is copied. Keys that are not given
+ * stay open and are filled in by each event. The key that the type tags "property-state" is
+ * special: it stays open, the value given for it becomes the property's state at once, and then all
+ * other open keys have to be given too.
+ *
+ * Returns the local id, which is used like that of event_producer_declare(), or 0 with a warning
+ * that says why: no such type, an unknown key or one that has a value already, keys missing for a
+ * property, an external type without the key "topic0". The last of these is a mistake in the
+ * installed type that does not end there: it is declared without an id, which is fatal when the
+ * main context comes to it.
+ */
+QANDOR_API guint32 event_producer_register(event_producer *event_producer, const char *type,
+                                           ...) G_GNUC_NULL_TERMINATED;
+
+/**
+ * event_producer_register() with a callback (or NULL) that is called once when the event switch has
+ * finished with the declaration.
+ */
+QANDOR_API guint32 event_producer_register_and_notify(event_producer *event_producer,
+                                                      const char *type,
+                                                      producer_complete_callback notify_callback,
+                                                      gpointer user_data,
+                                                      ...) G_GNUC_NULL_TERMINATED;
+
+/** event_producer_register_and_notify_list() without a callback. */
+QANDOR_API guint32 event_producer_register_list(event_producer *event_producer, const char *type,
+                                                GList *triples);
+
+/**
+ * event_producer_register_and_notify() with the keys, values and types as elements of a list, types
+ * as by GUINT_TO_POINTER(). The list stays the caller's. A length that is no multiple of 3 is
+ * fatal.
+ */
+QANDOR_API guint32 event_producer_register_and_notify_list(
+    event_producer *event_producer, const char *type, producer_complete_callback notify_callback,
+    gpointer user_data, GList *triples);
+
 /** A new handle that is not set up. These operations are what the calls above are made of. */
 QANDOR_API event_producer *event_producer_int_new_empty(void);
 
@@ -175,5 +224,33 @@ QANDOR_API gboolean event_producer_int_send_event(event_producer *event_producer
                                                   struct event *copy,
                                                   event_producer_sent_callback callback,
                                                   gpointer user_data, GError **error);
+
+/**
+ * Reads keys, values and types up to a NULL key as a register list: three elements a key, the key
+ * and the value as new texts and the type as by GUINT_TO_POINTER(). A type that is none of
+ * value_type is fatal, as is a string that is NULL. Freed by
+ * event_producer_int_free_register_list().
+ */
+QANDOR_API GList *event_producer_int_parse_register_valist(va_list arguments);
+
+/** The same from a list, whose length must be a multiple of 3 (fatal) and which stays as it is. */
+QANDOR_API GList *event_producer_int_convert_to_string_list(GList *triples);
+
+/** Frees a register list with its texts; NULL is ignored. */
+QANDOR_API void event_producer_int_free_register_list(GList *register_list);
+
+/**
+ * Loads the type and fills in a register list, which stays the caller's. *@declaration and *@params
+ * have to be NULL (fatal). On success *@declaration is set, and *@params too when the type has a
+ * key tagged "property-state": the pair of this key and the value given for it. Both are the
+ * caller's.
+ *
+ * On failure both stay NULL and the error says why: code 12 when there is no such type, 13 when
+ * several of its keys are tagged "property-state", 14 for a key that the type does not leave open
+ * or that comes twice, 15 for a property whose open keys were not all given.
+ */
+QANDOR_API void event_producer_int_register_list(const char *type, GList *register_list,
+                                                 event_declaration **declaration,
+                                                 callback_params **params, GError **error);
 
 G_END_DECLS

@@ -16,6 +16,10 @@ enum class EventError {
     CallFailed = 7,
     ErrorAlreadySet = 10,
     InvalidSubscriptionType = 11,
+    UnknownType = 12,
+    SeveralStateKeys = 13,
+    UnknownKey = 14,
+    KeysLeft = 15,
 };
 
 void set_bus_error(GError **error, int code, const gchar *message);

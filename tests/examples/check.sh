@@ -33,7 +33,7 @@ export LD_LIBRARY_PATH="$library"
 flags=$(pkg-config --cflags --libs qandor)
 strict="-O1 -Wall -Wextra -Wpedantic -Werror"
 
-for example in system-load watch-events; do
+for example in system-load power-saving watch-events; do
     # shellcheck disable=SC2086
     cc -std=c11 -D_GNU_SOURCE $strict "$source/examples/$example.c" -o "$work/$example" $flags
 done
@@ -73,4 +73,19 @@ wait_for "$work/topic.log" 'topic1=Load'
 start power.log "$work/watch-events" '!nothing' '*=Saving' or nothing=1
 wait_for "$work/power.log" '^state .*state=off'
 grep -q '^state' "$work/load.log" && { echo "an event came that does not match" >&2; exit 1; }
+# A type by its name, from a folder that stands in for the system's.
+types="$work/types/etc/event_switch/declarations.d"
+mkdir -p "$types"
+cp "$prefix/share/qandor/types/power-saving.xml" "$types"
+# shellcheck disable=SC2086
+cc -shared -fPIC $strict "$source/tests/support/typesroot.c" -o "$work/typesroot.so"
+start saving.log env LD_PRELOAD="$work/typesroot.so" QANDOR_TYPES_ROOT="$work/types" \
+    "$work/power-saving"
+saving=$!
+start reason.log "$work/watch-events" reason
+wait_for "$work/reason.log" '^state .*state=0'
+kill -USR1 "$saving"
+wait_for "$work/reason.log" '^state .*state=1'
+"$work/power-saving" 2>"$work/untyped.log" && { echo "it runs without its type" >&2; exit 1; }
+wait_for "$work/untyped.log" 'event_declaration_new_from_type() failed for power-saving'
 echo "the examples work"
