@@ -33,6 +33,7 @@
 #include <qandor/eventconsumer.h>
 #include <qandor/eventdeclaration.h>
 #include <qandor/eventproducer.h>
+#include <qandor/eventquery.h>
 #include <qandor/eventutils.h>
 #include <qandor/idgenerator.h>
 #include <qandor/inspectable.h>
@@ -40,6 +41,7 @@
 #include <qandor/notification.h>
 #include <qandor/producer.h>
 #include <qandor/propertystate.h>
+#include <qandor/query.h>
 #include <qandor/serialize.h>
 #include <qandor/subscribeexpression.h>
 #include <qandor/switchbusclient.h>

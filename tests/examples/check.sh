@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
 
 # Builds the examples as their readers would, against an installed library found by pkg-config, and
-# runs them: events and a property's state have to arrive.
+# runs them: events and a property's state have to arrive, and the tree of topics has to be told.
 #
 #   check.sh SOURCE-ROOT BUILD-ROOT
 set -eu
@@ -33,7 +33,7 @@ export LD_LIBRARY_PATH="$library"
 flags=$(pkg-config --cflags --libs qandor)
 strict="-O1 -Wall -Wextra -Wpedantic -Werror"
 
-for example in system-load power-saving watch-events; do
+for example in system-load power-saving watch-events show-topics; do
     # shellcheck disable=SC2086
     cc -std=c11 -D_GNU_SOURCE $strict "$source/examples/$example.c" -o "$work/$example" $flags
 done
@@ -73,6 +73,14 @@ wait_for "$work/topic.log" 'topic1=Load'
 start power.log "$work/watch-events" '!nothing' '*=Saving' or nothing=1
 wait_for "$work/power.log" '^state .*state=off'
 grep -q '^state' "$work/load.log" && { echo "an event came that does not match" >&2; exit 1; }
+"$work/show-topics" >"$work/topics"
+for line in 'Device' '  Load' '    - event: load available (Available memory in MiB)' \
+    '    Saving' '      - property: state*'; do
+    grep -qxF -- "$line" "$work/topics" ||
+        { echo "'$line' is missing in the tree:" >&2; cat "$work/topics" >&2; exit 1; }
+done
+"$work/show-topics" --types
+
 # A type by its name, from a folder that stands in for the system's.
 types="$work/types/etc/event_switch/declarations.d"
 mkdir -p "$types"

@@ -26,6 +26,7 @@ PUBLIC = {
     "messages": ["event", "eventdeclaration", "notification", "propertystate", "subscribeexpression"],
     "bus": ["busconnection", "consumer", "consumerbusclient", "producer", "switchbusclient"],
     "api": ["eventconsumer", "eventproducer", "idgenerator"],
+    "query": ["eventquery", "query"],
 }
 LAYER_OF_PUBLIC = {f"qandor/{name}.h": layer for layer, names in PUBLIC.items() for name in names}
 
