@@ -2,51 +2,53 @@
 
 // A consumer in C++: prints the events of one topic.
 //
-//     c++ watch-topic.cpp -o watch-topic $(pkg-config --cflags --libs qandor)
+//     c++ -std=c++20 watch-topic.cpp -o watch-topic $(pkg-config --cflags --libs qandor)
 //     ./watch-topic Device
 
-#include <qandor/qandor.h>
+#include <qandor/qandor.hpp>
 
 #include <glib-unix.h>
 
 #include <csignal>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace {
 
-template <auto release> struct Release {
-    template <class Record> void operator()(Record *record) const { release(record); }
-};
-using Event = std::unique_ptr<event, Release<event_free>>;
-using Expression = std::unique_ptr<subscribe_expression, Release<subscribe_expression_free>>;
-using Loop = std::unique_ptr<GMainLoop, Release<g_main_loop_unref>>;
-
-void print_event(event *received, gpointer)
+void print(const qandor::Event &event)
 {
-    Event event(received);
-    for (guint i = 0; i < event_get_key_count(event.get()); ++i)
-        std::cout << event_get_key_at(event.get(), i) << '=' << event_get_value_at(event.get(), i)
-                  << ' ';
+    for (const std::string &key : event.keys())
+        std::cout << key << '=' << event[key.c_str()].as<std::string>() << ' ';
     std::cout << std::endl;
 }
 
-struct Application {
-    Loop loop{g_main_loop_new(nullptr, FALSE)};
-    event_consumer *consumer = event_consumer_new("watch-topic");
+class Application {
+public:
+    explicit Application(const char *topic)
+        : topic_(consumer_->subscribe(qandor::key("topic0") == topic, print))
+    {
+        consumer_->when_gone([this] { g_main_loop_quit(loop_.get()); });
+        g_unix_signal_add(SIGINT, stop, this);
+        g_unix_signal_add(SIGTERM, stop, this);
+    }
 
+    void run() { g_main_loop_run(loop_.get()); }
+
+private:
     // The loop has to go on until the consumer has said farewell.
     static gboolean stop(gpointer self)
     {
-        auto *app = static_cast<Application *>(self);
-        event_consumer_int_free(
-            app->consumer,
-            [](event_consumer *, gpointer loop) {
-                g_main_loop_quit(static_cast<GMainLoop *>(loop));
-            },
-            app->loop.get());
-        return G_SOURCE_REMOVE;
+        auto *application = static_cast<Application *>(self);
+        application->topic_.reset();
+        application->consumer_.reset();
+        return G_SOURCE_CONTINUE;
     }
+
+    std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop_{g_main_loop_new(nullptr, FALSE),
+                                                                   g_main_loop_unref};
+    std::optional<qandor::EventConsumer> consumer_{"watch-topic"};
+    std::optional<qandor::Subscription> topic_;
 };
 
 } // namespace
@@ -57,13 +59,6 @@ int main(int count, char **words)
         std::cerr << "usage: watch-topic TOPIC\n";
         return EXIT_FAILURE;
     }
-    Application app;
-    Expression expression(subscribe_expression_new());
-    subscribe_expression_add_key_value(expression.get(), "topic0", words[1]);
-    event_consumer_subscribe(app.consumer, expression.get(), print_event, nullptr);
-
-    g_unix_signal_add(SIGINT, Application::stop, &app);
-    g_unix_signal_add(SIGTERM, Application::stop, &app);
-    g_main_loop_run(app.loop.get());
+    Application(words[1]).run();
     return EXIT_SUCCESS;
 }
