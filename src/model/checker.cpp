@@ -112,6 +112,8 @@ struct CheckedBucket {
             std::string_view own = wildcard ? key_value.fields.value : key_value.fields.key;
             if (i > 0 && own != name)
                 checker.fail_at(place, "the key-values of a bucket disagree");
+            if (i == 0 && !wildcard)
+                checker.note_key_name(own);
             name = own;
         }
     }
@@ -263,9 +265,11 @@ void walk(Checker &checker, RecordKind kind, const guint8 *bytes)
 } // namespace
 
 std::optional<Malformation> qandor::check_record(RecordKind kind, const guint8 *bytes,
-                                                 std::size_t size)
+                                                 std::size_t size,
+                                                 std::vector<std::string_view> *key_names)
 {
     Checker checker(bytes, size);
+    checker.collect_key_names(key_names);
     walk(checker, kind, bytes);
     if (!checker.failed() && !checker.at_end())
         checker.fail("bytes are left over behind the record");

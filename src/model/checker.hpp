@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace qandor {
 
@@ -22,7 +24,9 @@ struct Malformation {
 };
 
 // Whether the bytes are one whole well-formed record of the kind, with nothing left over; nothing
-// is returned for a record that is.
-std::optional<Malformation> check_record(RecordKind kind, const guint8 *bytes, std::size_t size);
+// is returned for a record that is. Names of keys are added to key_names, where they are wanted:
+// they point into the bytes.
+std::optional<Malformation> check_record(RecordKind kind, const guint8 *bytes, std::size_t size,
+                                         std::vector<std::string_view> *key_names = nullptr);
 
 } // namespace qandor

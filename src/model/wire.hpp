@@ -17,6 +17,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qandor::wire {
 
@@ -191,6 +192,14 @@ class Checker {
 public:
     Checker(const guint8 *bytes, std::size_t size) : bytes_(bytes), size_(size) {}
 
+    // Where the names of keys are to be noted, each as often as it has a bucket.
+    void collect_key_names(std::vector<std::string_view> *names) { key_names_ = names; }
+    void note_key_name(std::string_view name)
+    {
+        if (key_names_)
+            key_names_->push_back(name);
+    }
+
     bool failed() const { return !what_.empty(); }
     std::size_t offset() const { return offset_; }
     const std::string &what() const { return what_; }
@@ -267,6 +276,7 @@ private:
     std::size_t size_;
     std::size_t offset_ = 0;
     std::string what_;
+    std::vector<std::string_view> *key_names_ = nullptr;
 };
 
 } // namespace qandor::wire

@@ -7,41 +7,83 @@
 namespace qandor {
 namespace {
 
-// A stock bus carries messages of at most 32 MiB, and the answer that lists all declarations must
-// always fit into one.
-constexpr std::size_t max_stored_bytes = 24 << 20;
-
 bool matches(const Declaration &declaration, const Subscription &subscription)
 {
     return event_declaration_contains(declaration.record.get(), subscription.record.get());
 }
 
-std::string bytes_of(const event_declaration *record)
+std::string take(GArray *bytes)
 {
-    ArrayOwner array(event_declaration_serialize(record));
-    return {array->data, array->len};
+    ArrayOwner owner(bytes);
+    return {bytes->data, bytes->len};
+}
+
+constexpr Usage one_peer{.peers = 1};
+
+Usage usage_of_declaration(std::size_t bytes)
+{
+    return {.declarations = 1, .stored_bytes = bytes, .declared_bytes = bytes};
+}
+
+Usage usage_of_subscription(std::size_t bytes)
+{
+    return {.subscriptions = 1, .stored_bytes = bytes};
 }
 
 } // namespace
 
-bool Book::has_room_for(std::size_t bytes) const
+Book::Producer &Book::producer_at(const Peer &peer)
 {
-    return stored_bytes_ + bytes <= max_stored_bytes;
+    auto known = producers_.find(peer.address);
+    if (known != producers_.end())
+        return known->second;
+    guint32 id = next_id(last_producer_id_, producer_ids_);
+    producer_ids_.emplace(id, peer.address);
+    Producer producer{peer, id, {}, accounts_.charge(peer.uid, one_peer)};
+    return producers_.emplace(peer.address, std::move(producer)).first->second;
 }
 
-Book::Producer &Book::producer_at(const PeerAddress &address)
+Book::Consumer &Book::consumer_at(const Peer &peer)
 {
-    auto [place, is_new] = producers_.try_emplace(address);
-    if (is_new) {
-        place->second.id = next_id(last_producer_id_, producer_ids_);
-        producer_ids_.emplace(place->second.id, address);
-    }
-    return place->second;
+    auto known = consumers_.find(peer.address);
+    if (known != consumers_.end())
+        return known->second;
+    Consumer consumer{peer, {}, accounts_.charge(peer.uid, one_peer)};
+    return consumers_.emplace(peer.address, std::move(consumer)).first->second;
 }
 
-const Declaration &Book::declare(const PeerAddress &address, DeclarationOwner record)
+const Declaration *Book::find_declaration_of(const PeerAddress &address, guint32 local_id) const
 {
-    Producer &producer = producer_at(address);
+    auto producer = producers_.find(address);
+    if (producer == producers_.end())
+        return nullptr;
+    auto id = producer->second.global_ids.find(local_id);
+    return id == producer->second.global_ids.end() ? nullptr : find_declaration(id->second);
+}
+
+std::optional<std::string> Book::refusal_to_declare(const Peer &peer, guint32 local_id,
+                                                    std::size_t bytes) const
+{
+    Usage more = usage_of_declaration(bytes);
+    if (!producers_.contains(peer.address))
+        more += one_peer;
+    const Declaration *replaced = find_declaration_of(peer.address, local_id);
+    return accounts_.refusal(peer.uid, more, replaced ? replaced->charge.usage() : Usage{});
+}
+
+std::optional<std::string> Book::refusal_to_subscribe(const Peer &peer, guint32 token,
+                                                      std::size_t bytes) const
+{
+    Usage more = usage_of_subscription(bytes);
+    if (!consumers_.contains(peer.address))
+        more += one_peer;
+    const Subscription *replaced = find_subscription(peer.address, token);
+    return accounts_.refusal(peer.uid, more, replaced ? replaced->charge.usage() : Usage{});
+}
+
+const Declaration &Book::declare(const Peer &peer, DeclarationOwner record)
+{
+    Producer &producer = producer_at(peer);
     guint32 local_id = event_declaration_get_local_id(record.get());
     auto replaced = producer.global_ids.find(local_id);
     if (replaced != producer.global_ids.end())
@@ -50,11 +92,11 @@ const Declaration &Book::declare(const PeerAddress &address, DeclarationOwner re
     guint32 global_id = next_id(last_global_id_, declarations_);
     event_declaration_set_global_id(record.get(), global_id);
     event_declaration_set_producer_id(record.get(), producer.id);
-    std::string bytes = bytes_of(record.get());
-    stored_bytes_ += bytes.size();
+    std::string bytes = take(event_declaration_serialize(record.get()));
+    Charge charge = accounts_.charge(peer.uid, usage_of_declaration(bytes.size()));
     producer.global_ids[local_id] = global_id;
-    Declaration declaration{global_id, local_id,          producer.id,
-                            address,   std::move(record), std::move(bytes)};
+    Declaration declaration{global_id,         local_id,         producer.id,      peer.address,
+                            std::move(record), std::move(bytes), std::move(charge)};
     return declarations_.emplace(global_id, std::move(declaration)).first->second;
 }
 
@@ -74,7 +116,6 @@ void Book::remove_declaration(guint32 global_id)
 {
     auto node = declarations_.extract(global_id);
     const Declaration &declaration = node.mapped();
-    stored_bytes_ -= declaration.bytes.size();
     producers_.at(declaration.producer).global_ids.erase(declaration.local_id);
     for (const auto &[id, subscription] : subscriptions_)
         if (matches(declaration, subscription))
@@ -104,10 +145,10 @@ guint32 Book::new_subscription_id()
     return next_id(last_subscription_id_, subscriptions_);
 }
 
-const Subscription &Book::subscribe(const PeerAddress &address, guint32 token,
-                                    ExpressionOwner record)
+const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionOwner record)
 {
-    Consumer &consumer = consumers_[address];
+    const PeerAddress &address = peer.address;
+    Consumer &consumer = consumer_at(peer);
     auto replaced = consumer.subscription_ids.find(token);
     if (replaced != consumer.subscription_ids.end())
         remove_subscription(replaced->second);
@@ -118,7 +159,10 @@ const Subscription &Book::subscribe(const PeerAddress &address, guint32 token,
     subscribe_expression_set_dbus_object(record.get(), address.object.c_str());
     subscribe_expression_set_consumer_token(record.get(), token);
     consumer.subscription_ids[token] = id;
-    Subscription subscription{id, token, address, std::move(record)};
+    std::string bytes = take(subscribe_expression_serialize(record.get()));
+    Charge charge = accounts_.charge(peer.uid, usage_of_subscription(bytes.size()));
+    Subscription subscription{
+        id, token, address, std::move(record), std::move(bytes), std::move(charge)};
     return subscriptions_.emplace(id, std::move(subscription)).first->second;
 }
 
@@ -208,7 +252,7 @@ std::string Book::list_declarations() const
 {
     guint32 count = GUINT32_TO_LE(static_cast<guint32>(declarations_.size()));
     std::string list(reinterpret_cast<const char *>(&count), sizeof count);
-    list.reserve(list.size() + stored_bytes_);
+    list.reserve(list.size() + accounts_.total().declared_bytes);
     for (const auto &[global_id, declaration] : declarations_)
         list += declaration.bytes;
     return list;

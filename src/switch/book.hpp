@@ -4,11 +4,13 @@
 // changes. Knows nothing of a bus: what there is to tell goes out through a Post.
 #pragma once
 
+#include "switch/accounts.hpp"
 #include "switch/post.hpp"
 #include "switch/records.hpp"
 
 #include <compare>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,20 @@ struct PeerAddress {
     auto operator<=>(const PeerAddress &) const = default;
 };
 
+// A peer object as it shows itself in a call, and who is behind it.
+struct Peer {
+    Peer() = default;
+    Peer(PeerAddress address, guint32 uid = 0, guint32 pid = 0, std::string title = {})
+        : address(std::move(address)), uid(uid), pid(pid), title(std::move(title))
+    {
+    }
+
+    PeerAddress address;
+    guint32 uid = 0;
+    guint32 pid = 0;   // 0 when the bus does not tell
+    std::string title; // the name that it gives itself
+};
+
 struct Declaration {
     guint32 global_id;
     guint32 local_id;
@@ -29,6 +45,7 @@ struct Declaration {
     PeerAddress producer;
     DeclarationOwner record;
     std::string bytes; // serialized with all its ids
+    Charge charge;
 };
 
 struct Subscription {
@@ -36,6 +53,8 @@ struct Subscription {
     guint32 token;
     PeerAddress consumer;
     ExpressionOwner record; // with its id and the way to its consumer filled in
+    std::string bytes;      // the same, serialized
+    Charge charge;
 };
 
 // Ids from 1 up; 0 is skipped, and so is what is in use when the counter comes round.
@@ -49,20 +68,35 @@ template <class InUse> guint32 next_id(guint32 &last, const InUse &in_use)
 
 class Book {
 public:
-    explicit Book(Post &post) : post_(post) {}
+    struct Producer {
+        Peer peer;
+        guint32 id;
+        std::map<guint32, guint32> global_ids; // by local id
+        Charge charge;
+    };
+    struct Consumer {
+        Peer peer;
+        std::map<guint32, guint32> subscription_ids; // by token
+        Charge charge;
+    };
 
-    // Whether a declaration of so many bytes still fits into the answer that lists them all.
-    bool has_room_for(std::size_t bytes) const;
+    Book(Post &post, Accounts &accounts) : post_(post), accounts_(accounts) {}
+
+    // Why a declaration, or a subscription, of so many bytes goes beyond what its peer's user may
+    // have; nothing when it may be filed.
+    std::optional<std::string> refusal_to_declare(const Peer &peer, guint32 local_id,
+                                                  std::size_t bytes) const;
+    std::optional<std::string> refusal_to_subscribe(const Peer &peer, guint32 token,
+                                                    std::size_t bytes) const;
 
     // Files a declaration, in the place of one with the same local id of the same peer. Its
     // producer and the subscribers it matches are told by announce().
-    const Declaration &declare(const PeerAddress &producer, DeclarationOwner record);
+    const Declaration &declare(const Peer &producer, DeclarationOwner record);
     void announce(const Declaration &declaration);
     void undeclare(const PeerAddress &producer, guint32 global_id);
     void disconnect_producer(const PeerAddress &producer);
 
-    const Subscription &subscribe(const PeerAddress &consumer, guint32 token,
-                                  ExpressionOwner record);
+    const Subscription &subscribe(const Peer &consumer, guint32 token, ExpressionOwner record);
     void announce(const Subscription &subscription);
     void unsubscribe(const PeerAddress &consumer, guint32 token);
     void refresh_property(const PeerAddress &consumer, guint32 token);
@@ -81,32 +115,26 @@ public:
     // All declarations as a serialized list, by global id.
     std::string list_declarations() const;
 
-    std::size_t declaration_count() const { return declarations_.size(); }
-    std::size_t subscription_count() const { return subscriptions_.size(); }
-    std::size_t producer_count() const { return producers_.size(); }
-    std::size_t consumer_count() const { return consumers_.size(); }
+    const std::map<PeerAddress, Producer> &producers() const { return producers_; }
+    const std::map<PeerAddress, Consumer> &consumers() const { return consumers_; }
+    const std::map<guint32, Declaration> &declarations() const { return declarations_; }
+    const std::map<guint32, Subscription> &subscriptions() const { return subscriptions_; }
 
 private:
-    struct Producer {
-        guint32 id;
-        std::map<guint32, guint32> global_ids; // by local id
-    };
-    struct Consumer {
-        std::map<guint32, guint32> subscription_ids; // by token
-    };
-
-    Producer &producer_at(const PeerAddress &address);
+    Producer &producer_at(const Peer &peer);
+    Consumer &consumer_at(const Peer &peer);
+    const Declaration *find_declaration_of(const PeerAddress &producer, guint32 local_id) const;
     const Subscription *find_subscription(const PeerAddress &consumer, guint32 token) const;
     void remove_declaration(guint32 global_id);
     void remove_subscription(guint32 id);
 
     Post &post_;
+    Accounts &accounts_;
     std::map<PeerAddress, Producer> producers_;
     std::map<PeerAddress, Consumer> consumers_;
     std::map<guint32, PeerAddress> producer_ids_;
     std::map<guint32, Declaration> declarations_;   // by global id
     std::map<guint32, Subscription> subscriptions_; // by id
-    std::size_t stored_bytes_ = 0;
     guint32 last_producer_id_ = 0;
     guint32 last_global_id_ = 0;
     guint32 last_subscription_id_ = 0;

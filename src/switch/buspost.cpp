@@ -71,12 +71,11 @@ void BusPost::declaration_complete(const Declaration &declaration)
 }
 
 BusMessageOwner BusPost::new_subscribe_call(sd_bus *bus, const Declaration &declaration,
-                                            const subscribe_expression *expression)
+                                            std::string_view expression)
 {
     BusMessageOwner call = new_call(bus, declaration.producer, producer_interface, "Subscribe");
-    ArrayOwner bytes(subscribe_expression_serialize(expression));
     if (call) {
-        sd_bus_message_append_array(call.get(), 'y', bytes->data, bytes->len);
+        sd_bus_message_append_array(call.get(), 'y', expression.data(), expression.size());
         sd_bus_message_append(call.get(), "u", declaration.local_id);
     }
     return call;
@@ -84,7 +83,7 @@ BusMessageOwner BusPost::new_subscribe_call(sd_bus *bus, const Declaration &decl
 
 void BusPost::subscribe(const Declaration &declaration, const Subscription &subscription)
 {
-    send(new_subscribe_call(bus_, declaration, subscription.record.get()));
+    send(new_subscribe_call(bus_, declaration, subscription.bytes));
 }
 
 void BusPost::unsubscribe(const Declaration &declaration, guint32 subscription_id)

@@ -8,6 +8,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <string_view>
+
 namespace qandor {
 
 class BusPost : public Post {
@@ -24,7 +26,7 @@ public:
 
     // A Subscribe call to a declaration's producer, ready to be sent.
     static BusMessageOwner new_subscribe_call(sd_bus *bus, const Declaration &declaration,
-                                              const subscribe_expression *expression);
+                                              std::string_view expression);
 
 private:
     void send(BusMessageOwner message);

@@ -8,26 +8,22 @@
 namespace qandor {
 namespace {
 
-Service &service_of(void *userdata)
-{
-    return *static_cast<Service *>(userdata);
-}
-
 int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Service &service = service_of(userdata);
-    Request request(call);
-    PeerAddress peer;
+    Request request(call, userdata);
+    Book &book = request.service().book;
+    Peer peer;
     if (!request.read_peer(peer))
         return request.refusal();
-    request.read_text(); // the name the consumer gave itself is for those who look inside
     guint32 token = request.read_number();
-    if (!request.read_record(RecordKind::SubscribeExpression))
+    if (!request.read_record(RecordKind::SubscribeExpression) ||
+        !request.admit(book.refusal_to_subscribe(peer, token, request.record()->len)) ||
+        !request.admit_key_names())
         return request.refusal();
     ExpressionOwner record(subscribe_expression_deserialize(request.record()));
     // First the answer: the producers of a subscription that is replaced are told.
     int r = request.answer();
-    service.book.announce(service.book.subscribe(peer, token, std::move(record)));
+    book.announce(book.subscribe(peer, token, std::move(record)));
     return r;
 }
 
@@ -35,13 +31,13 @@ int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
 int with_token(sd_bus_message *call, void *userdata,
                void (Book::*effect)(const PeerAddress &, guint32))
 {
-    Request request(call);
+    Request request(call, userdata);
     PeerAddress peer;
-    if (!request.read_peer(peer))
+    if (!request.read_object(peer))
         return request.refusal();
     guint32 token = request.read_number();
     int r = request.answer();
-    (service_of(userdata).book.*effect)(peer, token);
+    (request.service().book.*effect)(peer, token);
     return r;
 }
 
@@ -57,33 +53,38 @@ int refresh_property(sd_bus_message *call, void *userdata, sd_bus_error *)
 
 int disconnect(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
+    Request request(call, userdata);
     PeerAddress peer;
-    if (!request.read_peer(peer))
+    if (!request.read_object(peer))
         return request.refusal();
     int r = request.answer();
-    service_of(userdata).book.disconnect_consumer(peer);
+    request.service().book.disconnect_consumer(peer);
     return r;
 }
 
 int get_property_state(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
-    if (!request.read_record(RecordKind::SubscribeExpression))
+    Request request(call, userdata);
+    Sender sender{};
+    if (!request.read_record(RecordKind::SubscribeExpression) || !request.find_sender(sender) ||
+        !request.admit(request.service().questions.refusal_to_ask(sender.uid)) ||
+        !request.admit_key_names())
         return request.refusal();
     ExpressionOwner expression(subscribe_expression_deserialize(request.record()));
-    service_of(userdata).questions.ask(call, expression.get());
+    request.service().questions.ask(call, sender.uid, expression.get());
     return 1;
 }
 
 int get_all_declarations(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    return Request(call).answer_bytes(service_of(userdata).book.list_declarations());
+    Request request(call, userdata);
+    return request.answer_bytes(request.service().book.list_declarations());
 }
 
 int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    return Request(call).answer_bytes(service_of(userdata).folders.list());
+    Request request(call, userdata);
+    return request.answer_bytes(request.service().folders.list());
 }
 
 } // namespace

@@ -41,12 +41,34 @@ int lose_bus(sd_bus_message *, void *event, sd_bus_error *)
     return sd_event_exit(static_cast<sd_event *>(event), EXIT_FAILURE);
 }
 
+// What SIGHUP reads again, and for whom.
+struct Reloading {
+    const Options &options;
+    Service &service;
+};
+
+// A configuration that is wrong leaves the old one in force.
+int reload(sd_event_source *, const signalfd_siginfo *, void *data)
+{
+    auto &reloading = *static_cast<Reloading *>(data);
+    auto read = find_configuration(reloading.options);
+    if (const auto *fault = std::get_if<ConfigurationFault>(&read)) {
+        log_line(LogLevel::Error, "%s", fault->text.c_str());
+        log_line(LogLevel::Warning, "the configuration stays as it was");
+        return 0;
+    }
+    reloading.service.configure(std::get<Configuration>(read));
+    log_line(LogLevel::Info, "the configuration has been read again");
+    return 0;
+}
+
 bool watch_for_the_end(sd_event *event, sd_bus *bus)
 {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return succeeds(sd_event_add_signal(event, nullptr, SIGTERM, stop, bus), "wait for SIGTERM") &&
            succeeds(sd_event_add_signal(event, nullptr, SIGINT, stop, bus), "wait for SIGINT") &&
@@ -66,7 +88,7 @@ bool take_name(sd_bus *bus)
     return false;
 }
 
-int run(const Options &options)
+int run(const Options &options, const Configuration &configuration)
 {
     sd_event *event = nullptr;
     if (!succeeds(sd_event_default(&event), "make an event loop"))
@@ -77,9 +99,13 @@ int run(const Options &options)
         return EXIT_FAILURE;
     BusOwner bus_owner(bus);
 
-    Service service(bus, TypeFolders(options.types_read_only, options.types_writable));
+    Service service(bus, configuration);
+    Reloading reloading{options, service};
     if (!succeeds(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "attach the bus") ||
-        !watch_for_the_end(event, bus) || !succeeds(service.serve(), "serve") || !take_name(bus))
+        !watch_for_the_end(event, bus) ||
+        !succeeds(sd_event_add_signal(event, nullptr, SIGHUP, reload, &reloading),
+                  "wait for SIGHUP") ||
+        !succeeds(service.serve(), "serve") || !take_name(bus))
         return EXIT_FAILURE;
 
     sd_notify(0, "READY=1\nSTATUS=Serving");
@@ -97,5 +123,10 @@ int main(int count, char **arguments)
     if (!parse_options(count, arguments, options))
         return EXIT_FAILURE;
     open_log(options.log_level);
-    return run(options);
+    auto configuration = find_configuration(options);
+    if (const auto *fault = std::get_if<ConfigurationFault>(&configuration)) {
+        log_line(LogLevel::Error, "%s", fault->text.c_str());
+        return EXIT_FAILURE;
+    }
+    return run(options, std::get<Configuration>(configuration));
 }

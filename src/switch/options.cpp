@@ -12,6 +12,7 @@ namespace {
 
 struct Raw {
     gboolean version = FALSE;
+    gchar *configuration = nullptr;
     gchar *types_read_only = nullptr;
     gchar *types_writable = nullptr;
     gchar *log_level = nullptr;
@@ -20,6 +21,8 @@ struct Raw {
 bool parse_raw(int &count, char **&arguments, Raw &raw)
 {
     const GOptionEntry entries[] = {
+        {"config", 0, 0, G_OPTION_ARG_FILENAME, &raw.configuration,
+         "Configuration file (/etc/event_switch/event-switch.conf, if it is there)", "FILE"},
         {"types-read-only", 0, 0, G_OPTION_ARG_FILENAME, &raw.types_read_only,
          "Folder of the types that are part of the system", "DIR"},
         {"types-writable", 0, 0, G_OPTION_ARG_FILENAME, &raw.types_writable,
@@ -48,6 +51,7 @@ bool parse_options(int count, char **arguments, Options &options)
 {
     Raw raw;
     bool parsed = parse_raw(count, arguments, raw);
+    TextOwner configuration(raw.configuration);
     TextOwner types_read_only(raw.types_read_only);
     TextOwner types_writable(raw.types_writable);
     TextOwner log_level(raw.log_level);
@@ -61,6 +65,8 @@ bool parse_options(int count, char **arguments, Options &options)
         std::fprintf(stderr, "event-switch: unexpected argument '%s' (see --help)\n", arguments[1]);
         return false;
     }
+    if (configuration)
+        options.configuration = configuration.get();
     if (types_read_only)
         options.types_read_only = types_read_only.get();
     if (types_writable)

@@ -5,13 +5,15 @@
 
 #include "switch/log.hpp"
 
+#include <optional>
 #include <string>
 
 namespace qandor {
 
 struct Options {
-    std::string types_read_only = "//usr/share/event/declarations.d";
-    std::string types_writable = "//etc/event_switch/declarations.d";
+    std::optional<std::string> configuration; // the file, where it is not the usual one
+    std::optional<std::string> types_read_only;
+    std::optional<std::string> types_writable;
     LogLevel log_level = LogLevel::Info;
 };
 

@@ -8,11 +8,6 @@
 namespace qandor {
 namespace {
 
-Service &service_of(void *userdata)
-{
-    return *static_cast<Service *>(userdata);
-}
-
 bool has_its_topic(event_declaration *declaration)
 {
     return event_declaration_is_internal(declaration) ||
@@ -21,50 +16,47 @@ bool has_its_topic(event_declaration *declaration)
 
 int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Service &service = service_of(userdata);
-    Request request(call);
-    PeerAddress peer;
-    if (!request.read_peer(peer))
+    Request request(call, userdata);
+    Book &book = request.service().book;
+    Peer peer;
+    if (!request.read_peer(peer) || !request.read_record(RecordKind::EventDeclaration) ||
+        !request.admit_key_names())
         return request.refusal();
-    request.read_text(); // the name the producer gave itself is for those who look inside
-    if (!request.read_record(RecordKind::EventDeclaration))
-        return request.refusal();
-    if (!service.book.has_room_for(request.record()->len)) {
-        request.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many declarations are stored");
-        return request.refusal();
-    }
     DeclarationOwner record(event_declaration_deserialize(request.record()));
     if (!has_its_topic(record.get())) {
         request.refuse(SD_BUS_ERROR_INVALID_ARGS,
                        "An external declaration needs a value for 'topic0'");
         return request.refusal();
     }
+    guint32 local_id = event_declaration_get_local_id(record.get());
+    if (!request.admit(book.refusal_to_declare(peer, local_id, request.record()->len)))
+        return request.refusal();
     // First the answer: a declaration that is replaced has its subscribers told.
     int r = request.answer();
-    service.book.announce(service.book.declare(peer, std::move(record)));
+    book.announce(book.declare(peer, std::move(record)));
     return r;
 }
 
 int undeclare(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
+    Request request(call, userdata);
     PeerAddress peer;
-    if (!request.read_peer(peer))
+    if (!request.read_object(peer))
         return request.refusal();
     guint32 global_id = request.read_number();
     int r = request.answer();
-    service_of(userdata).book.undeclare(peer, global_id);
+    request.service().book.undeclare(peer, global_id);
     return r;
 }
 
 int disconnect(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
+    Request request(call, userdata);
     PeerAddress peer;
-    if (!request.read_peer(peer))
+    if (!request.read_object(peer))
         return request.refusal();
     int r = request.answer();
-    service_of(userdata).book.disconnect_producer(peer);
+    request.service().book.disconnect_producer(peer);
     return r;
 }
 
@@ -97,24 +89,26 @@ int answer_type_result(Request &request, TypeResult result)
     return request.refusal();
 }
 
+constexpr const char *change_types = "add and remove types";
+
 int add_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
-    if (!request.check_sender_is_trusted())
+    Request request(call, userdata);
+    if (!request.check_sender_is_trusted(change_types))
         return request.refusal();
     std::string type = request.read_text();
     if (!request.read_record(RecordKind::EventDeclaration))
         return request.refusal();
     DeclarationOwner record(event_declaration_deserialize(request.record()));
-    return answer_type_result(request, service_of(userdata).folders.add(type, record.get()));
+    return answer_type_result(request, request.service().folders.add(type, record.get()));
 }
 
 int remove_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
-    if (!request.check_sender_is_trusted())
+    Request request(call, userdata);
+    if (!request.check_sender_is_trusted(change_types))
         return request.refusal();
-    return answer_type_result(request, service_of(userdata).folders.remove(request.read_text()));
+    return answer_type_result(request, request.service().folders.remove(request.read_text()));
 }
 
 } // namespace

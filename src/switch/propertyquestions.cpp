@@ -4,6 +4,8 @@
 
 #include "switch/buspost.hpp"
 
+#include <qandor/serialize.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -18,6 +20,8 @@ constexpr guint64 grace_usec = 50 * 1000;
 constexpr std::size_t max_askings = 100;
 constexpr guint max_askings_of_one = 4;
 
+constexpr Usage one_question{.questions = 1};
+
 PropertyStateOwner state_from(const event *event)
 {
     PropertyStateOwner state(property_state_new());
@@ -30,17 +34,20 @@ PropertyStateOwner state_from(const event *event)
     return state;
 }
 
-ExpressionOwner clandestine_copy(const subscribe_expression *expression)
+// The conditions of an expression in a record of the switch's own, which is clandestine.
+std::string own_record(const subscribe_expression *expression, guint32 subscription_id,
+                       const char *name, guint32 token)
 {
-    // The flag is fixed at creation and travels in the record alone: it stands before the
-    // conditions, behind the routing data, which is empty here.
-    ExpressionOwner plain(subscribe_expression_copy(expression));
-    subscribe_expression_set_dbus_service(plain.get(), "");
-    subscribe_expression_set_dbus_object(plain.get(), "");
-    ArrayOwner bytes(subscribe_expression_serialize(plain.get()));
-    constexpr guint flag = 1 + 4 + 2 + 2 + 4;
-    bytes->data[flag] = 1;
-    return ExpressionOwner(subscribe_expression_deserialize(bytes.get()));
+    ExpressionOwner copy(subscribe_expression_copy(expression));
+    ArrayOwner record(serialize_create_array());
+    serialize_8bit(record.get(), SERIALIZE_ID_SUBSCRIBE_EXPRESSION);
+    serialize_32bit(record.get(), subscription_id);
+    serialize_string(record.get(), name);
+    serialize_string(record.get(), PropertyQuestions::object);
+    serialize_32bit(record.get(), token);
+    serialize_8bit(record.get(), TRUE);
+    inspectable_serialize_internal(subscribe_expression_get_inspectable(copy.get()), record.get());
+    return {record->data, record->len};
 }
 
 } // namespace
@@ -55,10 +62,11 @@ struct PropertyQuestions::Question {
     guint32 token;
     guint32 subscription_id;
     BusMessageOwner call;
-    ExpressionOwner expression;
-    guint waiting; // for the answers of so many producers, those not asked yet included
-    EventTimerOwner timer;
-    std::vector<Asked> asked;
+    std::string expression; // serialized
+    guint waiting;          // for the answers of so many producers, those not asked yet included
+    Charge charge;
+    EventTimerOwner timer{};
+    std::vector<Asked> asked{};
 };
 
 // A Subscribe call under way. It may outlive its question.
@@ -70,7 +78,10 @@ struct PropertyQuestions::Asking {
     std::list<Asking>::iterator place;
 };
 
-PropertyQuestions::PropertyQuestions(sd_bus *bus, Book &book) : bus_(bus), book_(book) {}
+PropertyQuestions::PropertyQuestions(sd_bus *bus, Book &book, Accounts &accounts)
+    : bus_(bus), book_(book), accounts_(accounts)
+{
+}
 
 PropertyQuestions::~PropertyQuestions() = default;
 
@@ -81,7 +92,13 @@ bool PropertyQuestions::may_be_asked(const std::string &name) const
            (of_name == askings_of_.end() || of_name->second < max_askings_of_one);
 }
 
-void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *expression)
+std::optional<std::string> PropertyQuestions::refusal_to_ask(guint32 uid) const
+{
+    return accounts_.refusal(uid, one_question);
+}
+
+void PropertyQuestions::ask(sd_bus_message *call, guint32 uid,
+                            const subscribe_expression *expression)
 {
     std::vector<const Declaration *> properties = book_.find_properties(expression);
     if (properties.empty()) {
@@ -90,23 +107,15 @@ void PropertyQuestions::ask(sd_bus_message *call, const subscribe_expression *ex
         return;
     }
     guint32 token = next_id(last_token_, questions_);
-    auto made = std::make_unique<Question>(Question{*this,
-                                                    token,
-                                                    book_.new_subscription_id(),
-                                                    BusMessageOwner(sd_bus_message_ref(call)),
-                                                    clandestine_copy(expression),
-                                                    static_cast<guint>(properties.size()),
-                                                    nullptr,
-                                                    {}});
-    Question &question = *made;
-    questions_.emplace(token, std::move(made));
-
+    guint32 subscription_id = book_.new_subscription_id();
     const char *own_name = "";
     sd_bus_get_unique_name(bus_, &own_name);
-    subscribe_expression_set_id(question.expression.get(), question.subscription_id);
-    subscribe_expression_set_dbus_service(question.expression.get(), own_name);
-    subscribe_expression_set_dbus_object(question.expression.get(), object);
-    subscribe_expression_set_consumer_token(question.expression.get(), token);
+    auto made = std::make_unique<Question>(
+        Question{*this, token, subscription_id, BusMessageOwner(sd_bus_message_ref(call)),
+                 own_record(expression, subscription_id, own_name, token),
+                 static_cast<guint>(properties.size()), accounts_.charge(uid, one_question)});
+    Question &question = *made;
+    questions_.emplace(token, std::move(made));
     start_timer(question, deadline_usec, end_of_deadline);
     for (const Declaration *declaration : properties)
         unasked_.push_back({token, declaration->global_id});
@@ -134,8 +143,7 @@ void PropertyQuestions::ask_next()
 void PropertyQuestions::ask_producer(Question &question, const Declaration &declaration)
 {
     const std::string &name = declaration.producer.name;
-    BusMessageOwner call =
-        BusPost::new_subscribe_call(bus_, declaration, question.expression.get());
+    BusMessageOwner call = BusPost::new_subscribe_call(bus_, declaration, question.expression);
     askings_.push_front({*this, question.token, name, nullptr, {}});
     Asking &asking = askings_.front();
     asking.place = askings_.begin();
@@ -208,15 +216,17 @@ void PropertyQuestions::refuse(Question &question, const char *reason)
     sd_bus_reply_method_errorf(call.get(), SD_BUS_ERROR_FILE_NOT_FOUND, "%s", reason);
 }
 
-void PropertyQuestions::receive(const event *event, guint32 token, const std::string &sender)
+bool PropertyQuestions::expects(guint32 token, const std::string &sender) const
 {
     auto found = questions_.find(token);
-    if (found == questions_.end())
-        return;
-    Question &question = *found->second;
-    if (std::none_of(question.asked.begin(), question.asked.end(),
-                     [&sender](const auto &asked) { return asked.name == sender; }))
-        return;
+    return found != questions_.end() &&
+           std::any_of(found->second->asked.begin(), found->second->asked.end(),
+                       [&sender](const auto &asked) { return asked.name == sender; });
+}
+
+void PropertyQuestions::receive(const event *event, guint32 token)
+{
+    Question &question = *questions_.at(token);
     PropertyStateOwner state = state_from(event);
     ArrayOwner bytes(property_state_serialize(state.get()));
     BusMessageOwner call = end(question);

@@ -21,17 +21,20 @@ public:
     // The path of the object on which the switch receives the events.
     static constexpr const char *object = "/com/vemo/Event/Switch/Questions";
 
-    PropertyQuestions(sd_bus *bus, Book &book);
+    PropertyQuestions(sd_bus *bus, Book &book, Accounts &accounts);
     ~PropertyQuestions();
     PropertyQuestions(const PropertyQuestions &) = delete;
     PropertyQuestions &operator=(const PropertyQuestions &) = delete;
 
+    // Why the user may not ask now; nothing when it may.
+    std::optional<std::string> refusal_to_ask(guint32 uid) const;
     // Takes the question over: the answer to the call comes later.
-    void ask(sd_bus_message *call, const subscribe_expression *expression);
+    void ask(sd_bus_message *call, guint32 uid, const subscribe_expression *expression);
 
-    // An event has come for a question. It is dropped when it is late, and when it comes from
-    // somebody who was not asked.
-    void receive(const event *event, guint32 token, const std::string &sender);
+    // Whether an event for a question comes in time, from somebody who was asked.
+    bool expects(guint32 token, const std::string &sender) const;
+    // Such an event has come.
+    void receive(const event *event, guint32 token);
 
     // Nobody waits for an answer any more.
     void forget_peer(const std::string &name);
@@ -59,6 +62,7 @@ private:
 
     sd_bus *bus_;
     Book &book_;
+    Accounts &accounts_;
     std::unordered_map<guint32, std::unique_ptr<Question>> questions_; // by token
     std::list<Unasked> unasked_; // Subscribe calls that wait for their turn
     std::list<Asking> askings_;  // Subscribe calls under way, by name beside

@@ -9,8 +9,6 @@ namespace {
 
 // What a record can say, so that a path travels whole in an expression.
 constexpr std::size_t max_object = G_MAXUINT16;
-// Records are forwarded inside others. The bus throws out whoever sends more than it carries.
-constexpr std::size_t max_record = 256 << 10;
 
 } // namespace
 
@@ -36,13 +34,27 @@ bool Request::refuse(const char *error, const std::string &reason)
     return false;
 }
 
-bool Request::read_peer(PeerAddress &peer)
+bool Request::read_object(PeerAddress &address)
 {
-    peer.name = sd_bus_message_get_sender(call_);
-    peer.object = read_text();
-    if (peer.object.size() <= max_object && sd_bus_object_path_is_valid(peer.object.c_str()) > 0)
+    address.name = sd_bus_message_get_sender(call_);
+    address.object = read_text();
+    if (address.object.size() <= max_object &&
+        sd_bus_object_path_is_valid(address.object.c_str()) > 0)
         return true;
     return refuse(SD_BUS_ERROR_INVALID_ARGS, "The object is no object path");
+}
+
+bool Request::read_peer(Peer &peer)
+{
+    Sender sender{};
+    if (!read_object(peer.address))
+        return false;
+    peer.title = read_text();
+    if (!find_sender(sender))
+        return false;
+    peer.uid = sender.uid;
+    peer.pid = sender.pid;
+    return true;
 }
 
 bool Request::read_record(RecordKind kind)
@@ -50,11 +62,13 @@ bool Request::read_record(RecordKind kind)
     const void *data = nullptr;
     size_t size = 0;
     sd_bus_message_read_array(call_, 'y', &data, &size);
-    if (size > max_record)
+    guint64 limit = service_.accounts.limits().record_bytes;
+    if (size > limit)
         return refuse(SD_BUS_ERROR_LIMITS_EXCEEDED,
-                      "A record may have " + std::to_string(max_record) + " bytes");
+                      "A record may have " + std::to_string(limit) + " bytes");
     const auto *bytes = static_cast<const guint8 *>(data);
-    if (auto fault = check_record(kind, bytes, size))
+    key_names_.clear();
+    if (auto fault = check_record(kind, bytes, size, &key_names_))
         return refuse(SD_BUS_ERROR_INVALID_ARGS, "Malformed record at byte " +
                                                      std::to_string(fault->offset) + ": " +
                                                      fault->what);
@@ -74,18 +88,35 @@ int Request::answer_bytes(const std::string &bytes)
     return r < 0 ? r : sd_bus_send(nullptr, made, nullptr);
 }
 
-bool Request::check_sender_is_trusted()
+bool Request::find_sender(Sender &sender)
 {
-    sd_bus_creds *made = nullptr;
-    uid_t uid = 0;
-    int r = sd_bus_query_sender_creds(call_, SD_BUS_CREDS_EUID, &made);
-    BusCredentialsOwner credentials(made);
-    if (r >= 0)
-        r = sd_bus_creds_get_euid(made, &uid);
-    if (r >= 0 && (uid == 0 || uid == geteuid()))
+    std::optional<Sender> found = service_.senders.find(call_);
+    if (!found)
+        return refuse(SD_BUS_ERROR_ACCESS_DENIED, "The bus does not tell who the caller is");
+    sender = *found;
+    return true;
+}
+
+bool Request::admit(const std::optional<std::string> &reason)
+{
+    return !reason || refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, *reason);
+}
+
+bool Request::admit_key_names()
+{
+    Sender sender{};
+    return find_sender(sender) && admit(service_.accounts.add_key_names(sender.uid, key_names_));
+}
+
+bool Request::check_sender_is_trusted(const char *to_do_what)
+{
+    Sender sender{};
+    if (!find_sender(sender))
+        return false;
+    if (sender.uid == 0 || sender.uid == geteuid())
         return true;
     return refuse(SD_BUS_ERROR_ACCESS_DENIED,
-                  "Only root and the event switch's own user may add and remove types");
+                  std::string("Only root and the event switch's own user may ") + to_do_what);
 }
 
 } // namespace qandor

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "model/checker.hpp"
-#include "switch/book.hpp"
+#include "switch/service.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -12,16 +12,29 @@ namespace qandor {
 
 class Request {
 public:
-    explicit Request(sd_bus_message *call) : call_(call) {}
+    Request(sd_bus_message *call, void *service)
+        : call_(call), service_(*static_cast<Service *>(service))
+    {
+    }
 
     sd_bus_message *call() const { return call_; }
+    Service &service() const { return service_; }
 
     const char *read_text();
     guint32 read_number();
     // The sender's object of this path. Refuses a path that cannot be called.
-    bool read_peer(PeerAddress &peer);
-    // The bytes of one whole record of the kind. Refuses anything else.
+    bool read_object(PeerAddress &address);
+    // The same with the name that it gives itself, which comes next, and who is behind it.
+    bool read_peer(Peer &peer);
+    // The bytes of one whole record of the kind. Refuses anything else, and too many.
     bool read_record(RecordKind kind);
+    // To be asked before the record is made: reading it keeps the names of its keys for ever.
+    // Refuses when the sender's user has brought up too many new ones.
+    bool admit_key_names();
+    // The user and process behind the call. Refuses a sender that has left.
+    bool find_sender(Sender &sender);
+    // Refuses for the reason, if there is one.
+    bool admit(const std::optional<std::string> &reason);
 
     // The record that was read last, as a buffer; valid as long as the call.
     GArray *record() { return &record_; }
@@ -32,11 +45,13 @@ public:
     int refusal() const { return refusal_; }
     bool refuse(const char *error, const std::string &reason);
     // Whether the sender is root or the switch's own user; refused otherwise.
-    bool check_sender_is_trusted();
+    bool check_sender_is_trusted(const char *to_do_what);
 
 private:
     sd_bus_message *call_;
+    Service &service_;
     GArray record_ = {};
+    std::vector<std::string_view> key_names_;
     int refusal_ = 0;
 };
 

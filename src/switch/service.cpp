@@ -10,21 +10,21 @@
 namespace qandor {
 namespace {
 
-Service &service_of(void *userdata)
-{
-    return *static_cast<Service *>(userdata);
-}
-
 // The event that answers a question for a property's state.
 int receive_event(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Request request(call);
+    Request request(call, userdata);
     if (!request.read_record(RecordKind::Event))
         return request.refusal();
     guint32 token = request.read_number();
+    PropertyQuestions &questions = request.service().questions;
+    if (!questions.expects(token, sd_bus_message_get_sender(call)))
+        return request.answer();
+    if (!request.admit_key_names())
+        return request.refusal();
     EventOwner event(event_deserialize(request.record()));
     int r = request.answer();
-    service_of(userdata).questions.receive(event.get(), token, sd_bus_message_get_sender(call));
+    questions.receive(event.get(), token);
     return r;
 }
 
@@ -42,9 +42,10 @@ int name_owner_changed(sd_bus_message *signal, void *userdata, sd_bus_error *)
         return 0;
     if (name[0] != ':' || *new_owner)
         return 0;
-    Service &service = service_of(userdata);
+    auto &service = *static_cast<Service *>(userdata);
     service.questions.forget_peer(name);
     service.book.forget_peer(name);
+    service.senders.forget(name);
     return 0;
 }
 
@@ -53,6 +54,12 @@ constexpr const char *leaving_rule =
     "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg2=''";
 
 } // namespace
+
+void Service::configure(const Configuration &configuration)
+{
+    accounts.set_limits(configuration.limits);
+    folders = TypeFolders(configuration.types_read_only, configuration.types_writable);
+}
 
 int Service::serve()
 {

@@ -6,7 +6,9 @@
 
 #include "switch/book.hpp"
 #include "switch/buspost.hpp"
+#include "switch/configuration.hpp"
 #include "switch/propertyquestions.hpp"
+#include "switch/senders.hpp"
 #include "switch/typefolders.hpp"
 
 #include <systemd/sd-bus.h>
@@ -15,8 +17,10 @@ namespace qandor {
 
 class Service {
 public:
-    Service(sd_bus *bus, TypeFolders folders)
-        : bus(bus), post(bus), book(post), questions(bus, book), folders(std::move(folders))
+    Service(sd_bus *bus, const Configuration &configuration)
+        : bus(bus), accounts(configuration.limits), post(bus), book(post, accounts),
+          questions(bus, book, accounts),
+          folders(configuration.types_read_only, configuration.types_writable)
     {
     }
     Service(const Service &) = delete;
@@ -25,7 +29,12 @@ public:
     // Serves everything; the name is not requested yet. A negative errno on failure.
     int serve();
 
+    // From now on; what is kept already stays.
+    void configure(const Configuration &configuration);
+
     sd_bus *bus;
+    Accounts accounts;
+    Senders senders;
     BusPost post;
     Book book;
     PropertyQuestions questions;

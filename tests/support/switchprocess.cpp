@@ -22,7 +22,7 @@ bool has_owner(sd_bus *bus)
 
 } // namespace
 
-SwitchProcess::SwitchProcess()
+SwitchProcess::SwitchProcess(std::vector<std::string> arguments) : arguments_(std::move(arguments))
 {
     start();
 }
@@ -35,9 +35,11 @@ void SwitchProcess::kill()
 
 void SwitchProcess::start()
 {
-    process_.emplace(std::vector<std::string>{QANDOR_SWITCH, "--log-level=warning",
-                                              "--types-read-only=" + read_only_types().string(),
-                                              "--types-writable=" + writable_types().string()});
+    std::vector<std::string> command{QANDOR_SWITCH, "--log-level=warning",
+                                     "--types-read-only=" + read_only_types().string(),
+                                     "--types-writable=" + writable_types().string()};
+    command.insert(command.end(), arguments_.begin(), arguments_.end());
+    process_.emplace(command);
     sd_bus *made = nullptr;
     if (sd_bus_open_system(&made) < 0)
         throw std::runtime_error("there is no bus for the switch");

@@ -12,8 +12,8 @@ namespace qandor::test {
 
 class SwitchProcess {
 public:
-    // Starts the switch on the system bus and waits until it has its name.
-    SwitchProcess();
+    // Starts the switch on the system bus, with more arguments, and waits until it has its name.
+    explicit SwitchProcess(std::vector<std::string> arguments = {});
 
     // Kills it without warning; it can be started again.
     void kill();
@@ -24,6 +24,7 @@ public:
     const std::filesystem::path &writable_types() const { return writable_types_.path(); }
 
 private:
+    std::vector<std::string> arguments_;
     TemporaryFolder read_only_types_;
     TemporaryFolder writable_types_;
     std::optional<ChildProcess> process_;

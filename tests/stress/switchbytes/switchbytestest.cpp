@@ -11,9 +11,11 @@
 #include "model/checker.hpp"
 #include "support/privatebus.hpp"
 #include "support/switchprocess.hpp"
+#include "support/temporaryfolder.hpp"
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <set>
 
 using namespace qandor::test;
@@ -127,8 +129,18 @@ protected:
         }
     }
 
+    // One user says it all here: the limits of a user are tested elsewhere.
+    static std::string without_limits(const std::filesystem::path &file)
+    {
+        std::ofstream(file) << "[limits]\nquestions=1000000\nkey_names=10000000\n"
+                               "declarations=1000000\nsubscriptions=1000000\n"
+                               "stored_bytes=1000000000\n";
+        return file;
+    }
+
+    TemporaryFolder folder;
     PrivateBus bus;
-    SwitchProcess event_switch;
+    SwitchProcess event_switch{{"--config=" + without_limits(folder.path() / "conf")}};
     RawPeer peer;
 };
 

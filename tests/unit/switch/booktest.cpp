@@ -106,7 +106,8 @@ protected:
     const PeerAddress consumer{":1.2", "/c"};
     const PeerAddress stranger{":1.3", "/p"};
     Notes notes;
-    Book book{notes};
+    Accounts accounts;
+    Book book{notes, accounts};
 };
 
 TEST_F(BookTest, AProducerIsToldItsIdsFirstItsSubscribersInOrderAndTheEndLast)
@@ -153,7 +154,7 @@ TEST_F(BookTest, DeclaringALocalIdAgainReplacesTheOldDeclaration)
     EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.1/p id 40=2 of producer 1",
                                           ":1.1/p subscribe 1 to 40=2", ":1.2/c added 2 for 5",
                                           ":1.1/p complete 40=2"));
-    EXPECT_EQ(book.declaration_count(), 1u);
+    EXPECT_EQ(book.declarations().size(), 1u);
 }
 
 TEST_F(BookTest, SubscribingATokenAgainReplacesTheOldSubscription)
@@ -164,7 +165,7 @@ TEST_F(BookTest, SubscribingATokenAgainReplacesTheOldSubscription)
     subscribe(consumer, 5, "Device");
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 40=1",
                                           ":1.1/p subscribe 2 to 40=1", ":1.2/c added 1 for 5"));
-    EXPECT_EQ(book.subscription_count(), 1u);
+    EXPECT_EQ(book.subscriptions().size(), 1u);
 }
 
 TEST_F(BookTest, TheSameTokenAndLocalIdOfAnotherPeerAreOtherThings)
@@ -173,10 +174,10 @@ TEST_F(BookTest, TheSameTokenAndLocalIdOfAnotherPeerAreOtherThings)
     declare(stranger, "Device", 40);
     subscribe(consumer, 5, "Device");
     subscribe(stranger, 5, "Device");
-    EXPECT_EQ(book.declaration_count(), 2u);
-    EXPECT_EQ(book.subscription_count(), 2u);
-    EXPECT_EQ(book.producer_count(), 2u);
-    EXPECT_EQ(book.consumer_count(), 2u);
+    EXPECT_EQ(book.declarations().size(), 2u);
+    EXPECT_EQ(book.subscriptions().size(), 2u);
+    EXPECT_EQ(book.producers().size(), 2u);
+    EXPECT_EQ(book.consumers().size(), 2u);
 }
 
 TEST_F(BookTest, NobodyUndeclaresWhatAnotherHasDeclared)
@@ -188,10 +189,10 @@ TEST_F(BookTest, NobodyUndeclaresWhatAnotherHasDeclared)
     book.undeclare({":1.1", "/other"}, 1);
     book.undeclare(producer, 2);
     EXPECT_THAT(notes.take(), IsEmpty());
-    EXPECT_EQ(book.declaration_count(), 1u);
+    EXPECT_EQ(book.declarations().size(), 1u);
     book.undeclare(producer, 1);
     EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5"));
-    EXPECT_EQ(book.declaration_count(), 0u);
+    EXPECT_EQ(book.declarations().size(), 0u);
 }
 
 TEST_F(BookTest, NobodyUnsubscribesForAnother)
@@ -205,7 +206,7 @@ TEST_F(BookTest, NobodyUnsubscribesForAnother)
     EXPECT_THAT(notes.take(), IsEmpty());
     book.unsubscribe(consumer, 5);
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 40=1"));
-    EXPECT_EQ(book.subscription_count(), 0u);
+    EXPECT_EQ(book.subscriptions().size(), 0u);
 }
 
 TEST_F(BookTest, OnlyPropertiesAreRefreshed)
@@ -230,7 +231,7 @@ TEST_F(BookTest, ADisconnectedProducerTakesItsDeclarationsAlongAndComesBackAsANe
     notes.take();
     book.disconnect_producer(producer);
     EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.2/c removed 2 for 5"));
-    EXPECT_EQ(book.producer_count(), 0u);
+    EXPECT_EQ(book.producers().size(), 0u);
     EXPECT_EQ(declare(producer, "Device", 1).producer_id, 2u);
 }
 
@@ -242,8 +243,8 @@ TEST_F(BookTest, ADisconnectedConsumerTakesItsSubscriptionsAlong)
     notes.take();
     book.disconnect_consumer(consumer);
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 1=1"));
-    EXPECT_EQ(book.subscription_count(), 0u);
-    EXPECT_EQ(book.consumer_count(), 0u);
+    EXPECT_EQ(book.subscriptions().size(), 0u);
+    EXPECT_EQ(book.consumers().size(), 0u);
 }
 
 TEST_F(BookTest, APeerThatLeavesTakesAllItsObjectsAlongAndNobodyElses)
@@ -254,10 +255,10 @@ TEST_F(BookTest, APeerThatLeavesTakesAllItsObjectsAlongAndNobodyElses)
     subscribe({":1.1", "/a"}, 5, "Device");
     subscribe({":1.10", "/a"}, 5, "Device");
     book.forget_peer(":1.1");
-    EXPECT_EQ(book.declaration_count(), 1u);
-    EXPECT_EQ(book.subscription_count(), 1u);
-    EXPECT_EQ(book.producer_count(), 1u);
-    EXPECT_EQ(book.consumer_count(), 1u);
+    EXPECT_EQ(book.declarations().size(), 1u);
+    EXPECT_EQ(book.subscriptions().size(), 1u);
+    EXPECT_EQ(book.producers().size(), 1u);
+    EXPECT_EQ(book.consumers().size(), 1u);
     EXPECT_EQ(book.find_declaration(3)->producer.name, ":1.10");
     EXPECT_EQ(book.find_declaration(1), nullptr);
 }
@@ -281,16 +282,41 @@ TEST_F(BookTest, AllDeclarationsAreListedWithTheirIdsInOrder)
     EXPECT_EQ(index, array->len);
 }
 
-TEST_F(BookTest, TheRoomOfWhatIsRemovedIsThereAgain)
+TEST_F(BookTest, WhatIsKeptIsChargedToItsUserAndGivenBack)
 {
-    constexpr std::size_t all = 24 << 20;
-    EXPECT_TRUE(book.has_room_for(all));
-    EXPECT_FALSE(book.has_room_for(all + 1));
-    std::size_t size = declare(producer, "Device", 1).bytes.size();
-    EXPECT_TRUE(book.has_room_for(all - size));
-    EXPECT_FALSE(book.has_room_for(all - size + 1));
+    const Peer peer(producer, 1000);
+    Limits limits;
+    limits.declarations = 1;
+    limits.peers = 1;
+    accounts.set_limits(limits);
+    EXPECT_EQ(book.refusal_to_declare(peer, 1, 100), std::nullopt);
+    std::size_t size = book.declare(peer, new_declaration("Device", 1)).bytes.size();
+    EXPECT_EQ(accounts.usages()[1000].declarations, 1u);
+    EXPECT_EQ(accounts.usages()[1000].peers, 1u);
+    EXPECT_EQ(accounts.total().declared_bytes, size);
+    EXPECT_EQ(book.refusal_to_declare(peer, 2, 100), "A user may have 1 declarations");
+    EXPECT_EQ(book.refusal_to_declare(peer, 1, 100), std::nullopt) << "it replaces the old one";
+    EXPECT_NE(book.refusal_to_subscribe(Peer({":1.1", "/other"}, 1000), 1, 100), std::nullopt);
+    EXPECT_EQ(book.refusal_to_subscribe(Peer({":1.2", "/other"}, 1001), 1, 100), std::nullopt);
+
     book.forget_peer(producer.name);
-    EXPECT_TRUE(book.has_room_for(all));
+    EXPECT_EQ(accounts.usages()[1000].declarations, 0u);
+    EXPECT_EQ(accounts.usages()[1000].peers, 0u);
+    EXPECT_EQ(accounts.total().stored_bytes, 0u);
+    EXPECT_EQ(accounts.total().declared_bytes, 0u);
+}
+
+TEST_F(BookTest, ASubscriptionIsChargedWithTheWayToItsConsumer)
+{
+    const Peer peer(consumer, 1000);
+    const Subscription &subscription = book.subscribe(peer, 5, new_expression("Device"));
+    EXPECT_EQ(accounts.usages()[1000].stored_bytes, subscription.bytes.size());
+    EXPECT_EQ(accounts.usages()[1000].subscriptions, 1u);
+    book.unsubscribe(consumer, 5);
+    EXPECT_EQ(accounts.usages()[1000].stored_bytes, 0u);
+    EXPECT_EQ(accounts.usages()[1000].peers, 1u);
+    book.disconnect_consumer(consumer);
+    EXPECT_EQ(accounts.usages()[1000].peers, 0u);
 }
 
 TEST(NextId, SkipsZeroAndWhatIsInUseWhenItComesRound)

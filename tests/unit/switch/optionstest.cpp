@@ -39,11 +39,14 @@ TEST(Options, TheFoldersAreTheSystemsUnlessOthersAreGiven)
 {
     Options options;
     EXPECT_TRUE(parse({}, options));
-    EXPECT_EQ(options.types_read_only, "//usr/share/event/declarations.d");
-    EXPECT_EQ(options.types_writable, "//etc/event_switch/declarations.d");
+    EXPECT_EQ(options.types_read_only, std::nullopt);
+    EXPECT_EQ(options.types_writable, std::nullopt);
+    EXPECT_EQ(options.configuration, std::nullopt);
     EXPECT_EQ(options.log_level, LogLevel::Info);
-    EXPECT_TRUE(
-        parse({"--types-read-only", "/a", "--types-writable=/b", "--log-level=debug"}, options));
+    EXPECT_TRUE(parse(
+        {"--types-read-only", "/a", "--types-writable=/b", "--log-level=debug", "--config=/c"},
+        options));
+    EXPECT_EQ(options.configuration, "/c");
     EXPECT_EQ(options.types_read_only, "/a");
     EXPECT_EQ(options.types_writable, "/b");
     EXPECT_EQ(options.log_level, LogLevel::Debug);

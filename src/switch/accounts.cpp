@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/accounts.hpp"
+
+#include <algorithm>
+
+namespace qandor {
+namespace {
+
+constexpr guint64 Usage::*parts[] = {
+    &Usage::peers,     &Usage::declarations, &Usage::subscriptions,  &Usage::stored_bytes,
+    &Usage::questions, &Usage::key_names,    &Usage::declared_bytes,
+};
+
+struct Bound {
+    guint64 Usage::*usage;
+    guint64 Limits::*limit;
+    const char *text;
+};
+
+constexpr Bound own_bounds[] = {
+    {&Usage::peers, &Limits::peers, "objects that declare or subscribe"},
+    {&Usage::declarations, &Limits::declarations, "declarations"},
+    {&Usage::subscriptions, &Limits::subscriptions, "subscriptions"},
+    {&Usage::stored_bytes, &Limits::stored_bytes, "stored bytes"},
+    {&Usage::questions, &Limits::questions, "questions for a state"},
+    {&Usage::key_names, &Limits::key_names, "new key names"},
+};
+
+// Whether more would pass the limit. What adds nothing to it may be over it already.
+bool is_over(guint64 used, guint64 more, guint64 replaced, guint64 limit)
+{
+    return more > replaced && used - std::min(used, replaced) + more > limit;
+}
+
+} // namespace
+
+Usage &Usage::operator+=(const Usage &other)
+{
+    for (auto part : parts)
+        this->*part += other.*part;
+    return *this;
+}
+
+Usage &Usage::operator-=(const Usage &other)
+{
+    for (auto part : parts)
+        this->*part -= other.*part;
+    return *this;
+}
+
+Charge::Charge(std::shared_ptr<Account> account, const Usage &usage)
+    : account_(std::move(account)), usage_(usage)
+{
+    account_->own += usage_;
+    account_->all->own += usage_;
+}
+
+void Charge::release()
+{
+    if (!account_)
+        return;
+    account_->own -= usage_;
+    account_->all->own -= usage_;
+    account_.reset();
+}
+
+std::shared_ptr<Account> Accounts::account_of(guint32 uid)
+{
+    std::shared_ptr<Account> &account = accounts_[uid];
+    if (!account)
+        account = std::make_shared<Account>(Account{{}, all_});
+    return account;
+}
+
+Usage Accounts::usage_of(guint32 uid) const
+{
+    auto found = accounts_.find(uid);
+    return found == accounts_.end() ? Usage{} : found->second->own;
+}
+
+std::optional<std::string> Accounts::refusal(guint32 uid, const Usage &more,
+                                             const Usage &replaced) const
+{
+    Usage used = usage_of(uid);
+    for (const Bound &bound : own_bounds)
+        if (is_over(used.*bound.usage, more.*bound.usage, replaced.*bound.usage,
+                    limits_.*bound.limit))
+            return "A user may have " + std::to_string(limits_.*bound.limit) + " " + bound.text;
+    if (is_over(total().declared_bytes, more.declared_bytes, replaced.declared_bytes,
+                limits_.total_stored_bytes))
+        return "Too many declarations are stored";
+    return std::nullopt;
+}
+
+Charge Accounts::charge(guint32 uid, const Usage &usage)
+{
+    return Charge(account_of(uid), usage);
+}
+
+std::optional<std::string> Accounts::add_key_names(guint32 uid,
+                                                   const std::vector<std::string_view> &names)
+{
+    std::unordered_set<std::string> added;
+    for (std::string_view name : names)
+        if (std::string text(name); !key_names_.contains(text))
+            added.insert(std::move(text));
+    if (added.empty())
+        return std::nullopt;
+    Usage more;
+    more.key_names = added.size();
+    if (auto reason = refusal(uid, more))
+        return reason;
+    account_of(uid)->own += more;
+    all_->own += more;
+    key_names_.merge(added);
+    return std::nullopt;
+}
+
+std::map<guint32, Usage> Accounts::usages() const
+{
+    std::map<guint32, Usage> usages;
+    for (const auto &[uid, account] : accounts_)
+        usages.emplace(uid, account->own);
+    return usages;
+}
+
+} // namespace qandor
