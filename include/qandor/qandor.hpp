@@ -18,6 +18,7 @@
 #include <qandor/cpp/error.hpp>
 #include <qandor/cpp/event.hpp>
 #include <qandor/cpp/expression.hpp>
+#include <qandor/cpp/expressiontext.hpp>
 #include <qandor/cpp/producer.hpp>
 #include <qandor/cpp/query.hpp>
 #include <qandor/cpp/value.hpp>
