@@ -26,6 +26,8 @@
 #pragma once
 
 #include <qandor/api.h>
+#include <qandor/asyncconsumer.h>
+#include <qandor/asyncproducer.h>
 #include <qandor/busconnection.h>
 #include <qandor/consumer.h>
 #include <qandor/consumerbusclient.h>

@@ -33,7 +33,7 @@ export LD_LIBRARY_PATH="$library"
 flags=$(pkg-config --cflags --libs qandor)
 strict="-O1 -Wall -Wextra -Wpedantic -Werror"
 
-for example in system-load power-saving watch-events show-topics; do
+for example in async-light system-load power-saving watch-events show-topics; do
     # shellcheck disable=SC2086
     cc -std=c11 -D_GNU_SOURCE $strict "$source/examples/$example.c" -o "$work/$example" $flags
 done
@@ -96,4 +96,9 @@ kill -USR1 "$saving"
 wait_for "$work/reason.log" '^state .*state=1'
 "$work/power-saving" 2>"$work/untyped.log" && { echo "it runs without its type" >&2; exit 1; }
 wait_for "$work/untyped.log" 'event_declaration_new_from_type() failed for power-saving'
+start light.log "$work/async-light"
+light=$!
+wait_for "$work/light.log" '^the light is off'
+kill "$light"
+wait "$light"
 echo "the examples work"

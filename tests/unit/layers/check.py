@@ -25,7 +25,7 @@ PUBLIC = {
     "model": ["eventutils", "inspectable", "keyvalue", "serialize"],
     "messages": ["event", "eventdeclaration", "notification", "propertystate", "subscribeexpression"],
     "bus": ["busconnection", "consumer", "consumerbusclient", "producer", "switchbusclient"],
-    "api": ["eventconsumer", "eventproducer", "idgenerator"],
+    "api": ["asyncconsumer", "asyncproducer", "eventconsumer", "eventproducer", "idgenerator"],
     "query": ["eventquery", "query"],
 }
 LAYER_OF_PUBLIC = {f"qandor/{name}.h": layer for layer, names in PUBLIC.items() for name in names}
