@@ -238,13 +238,22 @@ const Declaration *Book::find_declaration(guint32 global_id) const
     return found == declarations_.end() ? nullptr : &found->second;
 }
 
-std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const
+std::vector<const Declaration *>
+Book::find_declarations(const subscribe_expression *expression) const
 {
     std::vector<const Declaration *> found;
     for (const auto &[global_id, declaration] : declarations_)
-        if (event_declaration_is_property(declaration.record.get()) &&
-            event_declaration_contains(declaration.record.get(), expression))
+        if (event_declaration_contains(declaration.record.get(), expression))
             found.push_back(&declaration);
+    return found;
+}
+
+std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const
+{
+    std::vector<const Declaration *> found = find_declarations(expression);
+    std::erase_if(found, [](const Declaration *declaration) {
+        return !event_declaration_is_property(declaration->record.get());
+    });
     return found;
 }
 

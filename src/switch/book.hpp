@@ -108,7 +108,10 @@ public:
     // NULL when there is none (any more).
     const Declaration *find_declaration(guint32 global_id) const;
 
-    // The property declarations whose events can satisfy the expression, by global id.
+    // The declarations whose events can satisfy the expression, by global id.
+    std::vector<const Declaration *>
+    find_declarations(const subscribe_expression *expression) const;
+    // Those of them that are properties.
     std::vector<const Declaration *> find_properties(const subscribe_expression *expression) const;
     guint32 new_subscription_id();
 

@@ -2,6 +2,8 @@
 
 #include "switch/request.hpp"
 
+#include "switch/log.hpp"
+
 #include <unistd.h>
 
 namespace qandor {
@@ -30,6 +32,8 @@ guint32 Request::read_number()
 
 bool Request::refuse(const char *error, const std::string &reason)
 {
+    log_line(LogLevel::Debug, "%s of %s is refused: %s", sd_bus_message_get_member(call_),
+             sd_bus_message_get_sender(call_), reason.c_str());
     refusal_ = sd_bus_reply_method_errorf(call_, error, "%s", reason.c_str());
     return false;
 }

@@ -78,7 +78,8 @@ int Service::serve()
         if (r < 0)
             return r;
     }
-    return sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
+    int r = monitor.serve();
+    return r < 0 ? r : sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
 }
 
 } // namespace qandor

@@ -7,6 +7,7 @@
 #include "switch/book.hpp"
 #include "switch/buspost.hpp"
 #include "switch/configuration.hpp"
+#include "switch/monitor.hpp"
 #include "switch/propertyquestions.hpp"
 #include "switch/senders.hpp"
 #include "switch/typefolders.hpp"
@@ -20,7 +21,7 @@ public:
     Service(sd_bus *bus, const Configuration &configuration)
         : bus(bus), accounts(configuration.limits), post(bus), book(post, accounts),
           questions(bus, book, accounts),
-          folders(configuration.types_read_only, configuration.types_writable)
+          folders(configuration.types_read_only, configuration.types_writable), monitor(*this)
     {
     }
     Service(const Service &) = delete;
@@ -39,6 +40,7 @@ public:
     Book book;
     PropertyQuestions questions;
     TypeFolders folders;
+    Monitor monitor;
 };
 
 // The methods of each interface.

@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "switch/monitor.hpp"
+
+#include "switch/log.hpp"
+#include "switch/request.hpp"
+#include "switch/service.hpp"
+
+#include <qandor/cpp/expressiontext.hpp>
+#include <qandor/switchbusclient.h>
+
+#include <unistd.h>
+
+#include <cstring>
+
+namespace qandor {
+namespace {
+
+constexpr const char *interface = "com.vemo.Event.Switch.Monitor";
+// Changes come in storms; this is soon enough for somebody who looks.
+constexpr guint64 telling_usec = 100 * 1000;
+constexpr const char *see_who_listens = "see who listens to what";
+
+Monitor &monitor_of(void *userdata)
+{
+    return *static_cast<Monitor *>(userdata);
+}
+
+// The properties in the order of the counts.
+constexpr const char *property_names[] = {"Producers", "Consumers", "Declarations",
+                                          "Subscriptions"};
+
+int get_count(sd_bus *, const char *, const char *, const char *property, sd_bus_message *reply,
+              void *userdata, sd_bus_error *)
+{
+    Monitor::Counts counts = monitor_of(userdata).counts();
+    for (std::size_t i = 0; i < counts.size(); ++i)
+        if (g_str_equal(property, property_names[i]))
+            return sd_bus_message_append(reply, "u", counts[i]);
+    return -ENOENT;
+}
+
+// A list as the answer to a call: rows of the types, each appended by its function.
+template <class Append> int answer_list(sd_bus_message *call, const char *types, Append append)
+{
+    sd_bus_message *reply = nullptr;
+    int r = sd_bus_message_new_method_return(call, &reply);
+    if (r < 0)
+        return r;
+    BusMessageOwner owner(reply);
+    r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, types);
+    if (r >= 0)
+        r = append(reply);
+    if (r >= 0)
+        r = sd_bus_message_close_container(reply);
+    return r < 0 ? r : sd_bus_send(nullptr, reply, nullptr);
+}
+
+// Ids as the last member of a row, which is open.
+template <class Ids, class IdOf> int append_ids(sd_bus_message *reply, const Ids &ids, IdOf id_of)
+{
+    int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, "u");
+    for (auto at = ids.begin(); r >= 0 && at != ids.end(); ++at)
+        r = sd_bus_message_append(reply, "u", id_of(*at));
+    return r < 0 ? r : sd_bus_message_close_container(reply);
+}
+
+int append_peer(sd_bus_message *reply, const Peer &peer)
+{
+    return sd_bus_message_append(reply, "sssuu", peer.address.name.c_str(),
+                                 peer.address.object.c_str(), peer.title.c_str(), peer.pid,
+                                 peer.uid);
+}
+
+int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    const Book &book = monitor_of(userdata).service().book;
+    return answer_list(call, "(sssuuuau)", [&](sd_bus_message *reply) {
+        int r = 0;
+        for (const auto &[address, producer] : book.producers()) {
+            r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuuau");
+            if (r >= 0)
+                r = append_peer(reply, producer.peer);
+            if (r >= 0)
+                r = sd_bus_message_append(reply, "u", producer.id);
+            if (r >= 0)
+                r = append_ids(reply, producer.global_ids,
+                               [](const auto &id) { return id.second; });
+            if (r >= 0)
+                r = sd_bus_message_close_container(reply);
+            if (r < 0)
+                break;
+        }
+        return r;
+    });
+}
+
+int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Service &service = monitor_of(userdata).service();
+    Request request(call, &service);
+    if (!request.check_sender_is_trusted(see_who_listens))
+        return request.refusal();
+    return answer_list(call, "(sssuuau)", [&](sd_bus_message *reply) {
+        int r = 0;
+        for (const auto &[address, consumer] : service.book.consumers()) {
+            r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuau");
+            if (r >= 0)
+                r = append_peer(reply, consumer.peer);
+            if (r >= 0)
+                r = append_ids(reply, consumer.subscription_ids,
+                               [](const auto &id) { return id.second; });
+            if (r >= 0)
+                r = sd_bus_message_close_container(reply);
+            if (r < 0)
+                break;
+        }
+        return r;
+    });
+}
+
+int append_subscription(sd_bus_message *reply, const Subscription &subscription,
+                        const std::vector<const Declaration *> &matching)
+{
+    const subscribe_expression *expression = subscription.record.get();
+    int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "ussubsau");
+    if (r >= 0)
+        r = sd_bus_message_append(reply, "ussubs", subscription.id,
+                                  subscription.consumer.name.c_str(),
+                                  subscription.consumer.object.c_str(), subscription.token,
+                                  subscribe_expression_get_clandestine(expression),
+                                  to_text(expression_of(expression)).c_str());
+    if (r >= 0)
+        r = append_ids(reply, matching,
+                       [](const Declaration *declaration) { return declaration->global_id; });
+    return r < 0 ? r : sd_bus_message_close_container(reply);
+}
+
+int list_subscriptions(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Service &service = monitor_of(userdata).service();
+    Request request(call, &service);
+    if (!request.check_sender_is_trusted(see_who_listens))
+        return request.refusal();
+    return answer_list(call, "(ussubsau)", [&](sd_bus_message *reply) {
+        int r = 0;
+        for (const auto &[id, subscription] : service.book.subscriptions()) {
+            r = append_subscription(reply, subscription,
+                                    service.book.find_declarations(subscription.record.get()));
+            if (r < 0)
+                break;
+        }
+        return r;
+    });
+}
+
+struct LimitRow {
+    const char *name;
+    guint64 Usage::*usage;
+    guint64 Limits::*limit;
+};
+constexpr LimitRow limit_rows[] = {
+    {"peers", &Usage::peers, &Limits::peers},
+    {"declarations", &Usage::declarations, &Limits::declarations},
+    {"subscriptions", &Usage::subscriptions, &Limits::subscriptions},
+    {"stored_bytes", &Usage::stored_bytes, &Limits::stored_bytes},
+    {"questions", &Usage::questions, &Limits::questions},
+    {"key_names", &Usage::key_names, &Limits::key_names},
+};
+
+int append_limits(sd_bus_message *reply, guint32 uid, const Usage &usage, const Limits &limits)
+{
+    int r = 0;
+    for (const LimitRow &row : limit_rows)
+        if (r >= 0)
+            r = sd_bus_message_append(reply, "(ustt)", uid, row.name, usage.*row.usage,
+                                      limits.*row.limit);
+    return r;
+}
+
+// Everybody may see what he uses himself.
+int list_limits(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    Service &service = monitor_of(userdata).service();
+    Request request(call, &service);
+    Sender sender{};
+    if (!request.find_sender(sender))
+        return request.refusal();
+    bool sees_all = sender.uid == 0 || sender.uid == geteuid();
+    return answer_list(call, "(ustt)", [&](sd_bus_message *reply) {
+        int r = 0;
+        for (const auto &[uid, usage] : service.accounts.usages())
+            if (r >= 0 && (sees_all || uid == sender.uid))
+                r = append_limits(reply, uid, usage, service.accounts.limits());
+        if (r >= 0 && sees_all)
+            r = sd_bus_message_append(reply, "(ustt)", G_MAXUINT32, "total_stored_bytes",
+                                      service.accounts.total().declared_bytes,
+                                      service.accounts.limits().total_stored_bytes);
+        return r;
+    });
+}
+
+const sd_bus_vtable vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_PROPERTY("Producers", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+    SD_BUS_PROPERTY("Consumers", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+    SD_BUS_PROPERTY("Declarations", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+    SD_BUS_PROPERTY("Subscriptions", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+    SD_BUS_METHOD("ListProducers", "", "a(sssuuuau)", list_producers, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListConsumers", "", "a(sssuuau)", list_consumers, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListSubscriptions", "", "a(ussubsau)", list_subscriptions,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListLimits", "", "a(ustt)", list_limits, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+} // namespace
+
+Monitor::Counts Monitor::counts() const
+{
+    const Book &book = service_.book;
+    return {static_cast<guint32>(book.producers().size()),
+            static_cast<guint32>(book.consumers().size()),
+            static_cast<guint32>(book.declarations().size()),
+            static_cast<guint32>(book.subscriptions().size())};
+}
+
+int Monitor::serve()
+{
+    sd_event_source *made = nullptr;
+    int r = sd_bus_add_object_vtable(service_.bus, nullptr, DBUS_OBJECT_SWITCH, interface, vtable,
+                                     this);
+    if (r >= 0)
+        r = sd_event_add_post(sd_bus_get_event(service_.bus), &made, look_for_change, this);
+    look_.reset(made);
+    return r;
+}
+
+// After whatever the switch has done.
+int Monitor::look_for_change(sd_event_source *, void *data)
+{
+    Monitor &monitor = monitor_of(data);
+    if (monitor.timer_ || monitor.counts() == monitor.told_)
+        return 0;
+    sd_event_source *timer = nullptr;
+    sd_event_add_time_relative(sd_bus_get_event(monitor.service_.bus), &timer, CLOCK_MONOTONIC,
+                               telling_usec, 0, tell_change, &monitor);
+    monitor.timer_.reset(timer);
+    return 0;
+}
+
+int Monitor::tell_change(sd_event_source *, uint64_t, void *data)
+{
+    Monitor &monitor = monitor_of(data);
+    monitor.timer_.reset();
+    Counts counts = monitor.counts();
+    std::vector<char *> changed;
+    for (std::size_t i = 0; i < counts.size(); ++i)
+        if (counts[i] != monitor.told_[i])
+            changed.push_back(const_cast<char *>(property_names[i]));
+    changed.push_back(nullptr);
+    monitor.told_ = counts;
+    if (changed.size() == 1)
+        return 0;
+    int r = sd_bus_emit_properties_changed_strv(monitor.service_.bus, DBUS_OBJECT_SWITCH, interface,
+                                                changed.data());
+    if (r < 0)
+        log_line(LogLevel::Warning, "cannot tell that counts have changed: %s", std::strerror(-r));
+    return 0;
+}
+
+} // namespace qandor
