@@ -148,11 +148,16 @@ QANDOR_API guint32 event_get_type_at(const event *event, guint index);
 
 /**
  * Writes the value at a position to *@value in its own type: gint, gboolean, gdouble, or a borrowed
- * const gchar *. FALSE past the end. See inspectable_get_typed_value_at().
+ * const gchar *, so look at event_get_type_at() first. FALSE past the end. See
+ * inspectable_get_typed_value_at().
  */
 QANDOR_API gboolean event_get_typed_value_at(const event *event, guint index, gpointer value);
 
-/** Like event_get_typed_value_at(), by key. FALSE, and *@value untouched, for an unknown key. */
+/**
+ * Like event_get_typed_value_at(), by key. FALSE, and *@value untouched, for an unknown key. What is
+ * written is of the type that the event says, which for a received one is its producer's choice:
+ * look at event_get_type_at() before.
+ */
 QANDOR_API gboolean event_get_typed_value(const event *event, const gchar *key, gpointer value);
 
 /** Returns the tags at a position: a new list of new strings, in reverse order. */

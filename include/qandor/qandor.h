@@ -14,7 +14,8 @@
  *    nobody to tell, a warning. A NULL argument where none may stand is a critical that names the
  *    function and the condition, and FALSE, NULL, 0 or -1. Broken invariants and malformed bytes
  *    end the process.
- * 4. Functions of the handles (event_producer, event_consumer) may be called from any thread. All
+ * 4. Functions of the handles (event_producer, event_consumer, event_query and the async_ forms of
+ *    the first two) may be called from any thread. All
  *    bus traffic and all callbacks run on the thread that iterates the default GLib main context:
  *    an application has to run it.
  * 5. Records (events, declarations, expressions) may be used from any thread, one at a time; what

@@ -18,7 +18,7 @@
 
 namespace qandor {
 
-/** What went wrong. The codes of the domain "event-error-quark" stand in <qandor/eventproducer.h>.
+/** What went wrong. docs/guide/errors.md has all codes of the domain "event-error-quark".
  */
 class Error : public std::exception {
 public:
