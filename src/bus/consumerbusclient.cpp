@@ -30,7 +30,7 @@ void qandor::call_consumer_event(sd_bus *bus, const gchar *destination, EventCal
                                  sd_bus_message_handler_t callback, gpointer userdata)
 {
     std::shared_ptr<CallWindow> window = CallWindow::find(bus);
-    if (!window) {
+    if (!window || !destination) {
         send_past_window(bus, call.message(bus, destination).get(), callback, userdata);
         return;
     }
