@@ -6,9 +6,11 @@
 
 #include <glib.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace qandor {
 
@@ -29,6 +31,22 @@ using BusSlotOwner = Owner<sd_bus_slot, sd_bus_slot_unref>;
 using EventLoopOwner = Owner<sd_event, sd_event_unref>;
 using EventTimerOwner = Owner<sd_event_source, sd_event_source_disable_unref>;
 using MainSourceOwner = Owner<GSource, g_source_unref>;
+
+// A file descriptor, or a negative number for none.
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    ~Descriptor() { close(); }
+
+    int get() const { return number_; }
+    // Whether all that was written has arrived.
+    bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
+
+private:
+    int number_;
+};
 
 // An error of sd-bus, filled in by a call.
 class BusError {

@@ -4,6 +4,8 @@
 
 #include "platform/xmlnode.hpp"
 
+#include "platform/owners.hpp"
+
 #include <expat.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -91,26 +93,10 @@ XmlTreeOwner parse(const char *text, std::size_t size)
     return builder.take_root();
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    ~Descriptor()
-    {
-        if (number_ >= 0)
-            close(number_);
-    }
-    int get() const { return number_; }
-
-private:
-    int number_;
-};
-
 // Reads a regular file of at most the size of a document. Anything else must not be waited for.
 std::optional<std::string> read_document(const gchar *path)
 {
-    Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    qandor::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
     if (file.get() < 0 || fstat(file.get(), &status) < 0 || !S_ISREG(status.st_mode))
         return std::nullopt;

@@ -59,6 +59,7 @@ void Service::configure(const Configuration &configuration)
 {
     accounts.set_limits(configuration.limits);
     folders = TypeFolders(configuration.types_read_only, configuration.types_writable);
+    folders.watch(sd_bus_get_event(bus));
 }
 
 int Service::serve()
@@ -78,6 +79,7 @@ int Service::serve()
         if (r < 0)
             return r;
     }
+    folders.watch(sd_bus_get_event(bus));
     int r = monitor.serve();
     return r < 0 ? r : sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
 }

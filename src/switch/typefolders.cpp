@@ -42,19 +42,6 @@ bool exists(const std::string &path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    ~Descriptor() { close(); }
-    int get() const { return number_; }
-    bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
-
-private:
-    int number_;
-};
-
 bool write_all(int file, std::string_view text)
 {
     while (!text.empty()) {
@@ -113,6 +100,18 @@ bool is_readable(const char *xml)
     return declaration != nullptr;
 }
 
+// A link may lead anywhere, and whoever may write into the folder need not be able to read there.
+bool leads_out(const std::string &path, const struct stat &status)
+{
+    if (!S_ISLNK(status.st_mode))
+        return false;
+    std::error_code error;
+    std::filesystem::path target = std::filesystem::canonical(path, error);
+    std::filesystem::path folder =
+        std::filesystem::canonical(std::filesystem::path(path).parent_path(), error);
+    return error || target.parent_path() != folder;
+}
+
 TypeResult failed(const char *what, const std::string &path)
 {
     log_line(LogLevel::Warning, "cannot %s %s: %s", what, path.c_str(), std::strerror(errno));
@@ -121,12 +120,19 @@ TypeResult failed(const char *what, const std::string &path)
 
 } // namespace
 
+void TypeFolders::watch(sd_event *event)
+{
+    watch_ = std::make_unique<FolderWatch>(event, std::vector<std::string>{read_only_, writable_});
+}
+
 TypeResult TypeFolders::add(const std::string &type, const event_declaration *declaration)
 {
     if (!is_type_name(type))
         return TypeResult::BadName;
     if (exists(path_of(read_only_, type)))
         return TypeResult::Exists;
+    if (watch_)
+        watch_->forget();
     std::string path = path_of(writable_, type);
     TextOwner xml(event_declaration_serialize_xml(declaration));
     if (!is_readable(xml.get()))
@@ -140,6 +146,8 @@ TypeResult TypeFolders::remove(const std::string &type)
         return TypeResult::BadName;
     if (exists(path_of(read_only_, type)))
         return TypeResult::ReadOnly;
+    if (watch_)
+        watch_->forget();
     std::string path = path_of(writable_, type);
     if (unlink(path.c_str()) == 0)
         return sync_folder(writable_) ? TypeResult::Done : failed("sync", writable_);
@@ -167,42 +175,45 @@ std::map<std::string, std::string> TypeFolders::find_files() const
 
 const std::string &TypeFolders::read(const std::string &path)
 {
-    struct stat status = {};
+    struct stat link = {}, status = {};
+    lstat(path.c_str(), &link);
     stat(path.c_str(), &status);
     auto [place, is_new] = known_.try_emplace(path);
     Known &known = place->second;
     bool is_same = !is_new && known.number == status.st_ino && known.size == status.st_size &&
                    known.changed.tv_sec == status.st_mtim.tv_sec &&
                    known.changed.tv_nsec == status.st_mtim.tv_nsec;
-    if (is_same)
+    if (is_same) {
+        known.reading = reading_;
         return known.bytes;
+    }
 
-    known = {status.st_mtim, status.st_size, status.st_ino, {}};
-    if (S_ISREG(status.st_mode)) // a pipe would be waited for
+    known = {status.st_mtim, status.st_size, status.st_ino, {}, reading_};
+    if (S_ISREG(status.st_mode) && !leads_out(path, link)) // a pipe would be waited for
         known.bytes = read_declaration(path);
     if (known.bytes.empty())
         log_line(LogLevel::Warning, "%s is no event declaration and is left out", path.c_str());
     return known.bytes;
 }
 
-std::string TypeFolders::list()
+const std::string &TypeFolders::list()
 {
-    std::map<std::string, std::string> files = find_files();
+    if (watch_ && watch_->is_unchanged())
+        return list_;
+    if (watch_)
+        watch_->note(); // before the reading: what changes meanwhile is read the next time
+    ++reading_;
     guint32 count = 0;
-    std::string list(sizeof count, '\0');
-    for (const auto &[type, path] : files) {
+    list_.assign(sizeof count, '\0');
+    for (const auto &[type, path] : find_files()) {
         const std::string &bytes = read(path);
-        list += bytes;
+        list_ += bytes;
         count += !bytes.empty();
     }
     count = GUINT32_TO_LE(count);
-    std::memcpy(list.data(), &count, sizeof count);
-
-    std::erase_if(known_, [&files](const auto &known) {
-        return std::none_of(files.begin(), files.end(),
-                            [&known](const auto &file) { return file.second == known.first; });
-    });
-    return list;
+    std::memcpy(list_.data(), &count, sizeof count);
+    std::erase_if(known_, [this](const auto &known) { return known.second.reading != reading_; });
+    return list_;
 }
 
 } // namespace qandor

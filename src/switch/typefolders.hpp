@@ -4,11 +4,13 @@
 // one to which types are added. A type of the former hides one of the same name in the latter.
 #pragma once
 
+#include "switch/folderwatch.hpp"
 #include "switch/records.hpp"
 
 #include <sys/stat.h>
 
 #include <map>
+#include <memory>
 #include <string>
 
 namespace qandor {
@@ -22,13 +24,16 @@ public:
     {
     }
 
+    // From now on lists are answered from memory as long as nothing changes in the folders.
+    void watch(sd_event *event);
+
     // Writes the declaration's file, whole or not at all.
     TypeResult add(const std::string &type, const event_declaration *declaration);
     TypeResult remove(const std::string &type);
 
     // The declarations of all types as a serialized list, by name. A file that cannot be read is
     // left out, which is logged once for each state of the file.
-    std::string list();
+    const std::string &list();
 
 private:
     struct Known {
@@ -36,6 +41,7 @@ private:
         off_t size;
         ino_t number;
         std::string bytes; // empty for a file that cannot be read
+        guint64 reading;   // in which it was there last
     };
 
     std::map<std::string, std::string> find_files() const;
@@ -44,6 +50,9 @@ private:
     std::string read_only_;
     std::string writable_;
     std::map<std::string, Known> known_; // by path
+    guint64 reading_ = 0;
+    std::string list_;
+    std::unique_ptr<FolderWatch> watch_;
 };
 
 } // namespace qandor

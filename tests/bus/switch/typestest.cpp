@@ -149,4 +149,60 @@ TEST(Types, TheSwitchItselfRefusesOthersToChangeTypes)
     EXPECT_TRUE(std::filesystem::is_empty(event_switch.writable_types()));
 }
 
+TEST_F(TypesTest, WhatOthersChangeInTheFoldersIsSeen)
+{
+    auto xml_of = [](const char *topic) {
+        Owned<gchar> xml(event_declaration_serialize_xml(
+            read_list(std::string("\1\0\0\0", 4) + declaration_bytes(topic, 0))[0].get()));
+        return std::string(xml.get());
+    };
+    EXPECT_EQ(topics(), Topics{});
+    std::ofstream(event_switch.read_only_types() / "a.xml") << xml_of("one");
+    EXPECT_EQ(topics(), Topics{"one"});
+    EXPECT_EQ(topics(), Topics{"one"});
+    std::ofstream(event_switch.read_only_types() / "a.xml") << xml_of("two");
+    EXPECT_EQ(topics(), Topics{"two"});
+    std::ofstream(event_switch.writable_types() / "b.xml") << xml_of("three");
+    EXPECT_EQ(topics(), (Topics{"two", "three"}));
+    std::filesystem::remove(event_switch.read_only_types() / "a.xml");
+    EXPECT_EQ(topics(), Topics{"three"});
+    std::filesystem::rename(event_switch.writable_types() / "b.xml",
+                            event_switch.writable_types() / "b.old");
+    EXPECT_EQ(topics(), Topics{});
+}
+
+TEST_F(TypesTest, AFolderThatGoesAndComesIsReadAgain)
+{
+    const std::filesystem::path folder = event_switch.writable_types();
+    EXPECT_EQ(add(peer, "a", "first"), "");
+    EXPECT_EQ(topics(), Topics{"first"});
+    std::filesystem::rename(folder, folder.string() + ".away");
+    EXPECT_EQ(topics(), Topics{});
+    std::filesystem::create_directory(folder);
+    EXPECT_EQ(add(peer, "b", "second"), "");
+    EXPECT_EQ(topics(), Topics{"second"});
+    std::filesystem::remove_all(folder.string() + ".away");
+}
+
+TEST_F(TypesTest, DamagedFilesAreLeftOut)
+{
+    const std::filesystem::path folder = event_switch.read_only_types();
+    EXPECT_EQ(add(peer, "good", "good"), "");
+    std::ofstream(folder / "huge.xml") << "<declare>" << std::string(64 << 20, ' ');
+    std::string deep;
+    for (int i = 0; i < 100000; ++i)
+        deep += "<declare>";
+    std::ofstream(folder / "deep.xml") << deep;
+    std::ofstream(folder / "none.xml") << "no declaration";
+    std::filesystem::create_directory(folder / "folder.xml");
+    std::filesystem::create_symlink(event_switch.writable_types() / "good.xml",
+                                    folder / "outside.xml");
+    std::filesystem::create_symlink("nowhere", folder / "dangling.xml");
+    std::filesystem::create_symlink("loop.xml", folder / "loop.xml");
+    EXPECT_EQ(topics(), Topics{"good"});
+    std::filesystem::copy_file(event_switch.writable_types() / "good.xml", folder / "plain.xml");
+    std::filesystem::create_symlink("plain.xml", folder / "alias.xml");
+    EXPECT_EQ(topics(), (Topics{"good", "good", "good"})) << "a link within the folder is followed";
+}
+
 } // namespace
