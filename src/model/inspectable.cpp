@@ -9,6 +9,14 @@
 
 using namespace qandor;
 
+inspectable::inspectable(const inspectable &other, guint32 type)
+    : SliceAllocated(), and_lists(other.and_lists), tags(other.tags), internal(other.internal),
+      type(type)
+{
+}
+
+inspectable::~inspectable() = default;
+
 key_value *inspectable::find(std::string_view key) const
 {
     const AndList *list = current();

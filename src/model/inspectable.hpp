@@ -19,13 +19,10 @@ struct inspectable : qandor::SliceAllocated {
 
     explicit inspectable(guint32 type) : type(type) { and_lists.add(); }
     explicit inspectable(Unread) : type(IT_EVENT) {}
-    inspectable(const inspectable &other, guint32 type)
-        : SliceAllocated(), and_lists(other.and_lists), tags(other.tags), internal(other.internal),
-          type(type)
-    {
-    }
+    inspectable(const inspectable &other, guint32 type);
     inspectable(inspectable &&) = default;
     inspectable &operator=(inspectable &&) = default;
+    ~inspectable();
 
     // The last and-list, to which key-values are added and in which they are looked up; NULL only
     // after reading a record that has none.

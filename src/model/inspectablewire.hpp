@@ -96,11 +96,19 @@ struct ReadBuckets {
     void check(const key_value &key_value, Bucket bucket) const;
 };
 
+// Those of key wildcards, which few records have: no part of the road of every event.
+struct ReadWildcards : ReadBuckets {
+    template <class Visit> [[gnu::noinline]] void each(guint32 count, Visit visit)
+    {
+        ReadBuckets::each(count, visit);
+    }
+};
+
 struct ReadAndList {
     AndList &list;
     Attributes::Maker &attributes;
     ReadBuckets keyed() { return {list, attributes, false}; }
-    ReadBuckets wildcards() { return {list, attributes, true}; }
+    ReadWildcards wildcards() { return {{list, attributes, true}}; }
 };
 
 struct ReadInspectable {
