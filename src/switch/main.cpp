@@ -3,12 +3,12 @@
 // event-switch: connects to the system bus, serves, takes the name when all is ready, and gives it
 // back when it is asked to stop.
 
+#include "switch/notify.hpp"
 #include "switch/options.hpp"
 #include "switch/service.hpp"
 
 #include <qandor/switchbusclient.h>
 
-#include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
 #include <csignal>
@@ -45,20 +45,28 @@ int lose_bus(sd_bus_message *, void *event, sd_bus_error *)
 struct Reloading {
     const Options &options;
     Service &service;
+    Notifier &notifier;
 };
 
 // A configuration that is wrong leaves the old one in force.
-int reload(sd_event_source *, const signalfd_siginfo *, void *data)
+void read_again(Reloading &reloading)
 {
-    auto &reloading = *static_cast<Reloading *>(data);
     auto read = find_configuration(reloading.options);
     if (const auto *fault = std::get_if<ConfigurationFault>(&read)) {
         log_line(LogLevel::Error, "%s", fault->text.c_str());
         log_line(LogLevel::Warning, "the configuration stays as it was");
-        return 0;
+        return;
     }
     reloading.service.configure(std::get<Configuration>(read));
     log_line(LogLevel::Info, "the configuration has been read again");
+}
+
+int reload(sd_event_source *, const signalfd_siginfo *, void *data)
+{
+    auto &reloading = *static_cast<Reloading *>(data);
+    reloading.notifier.reloading();
+    read_again(reloading);
+    reloading.notifier.ready();
     return 0;
 }
 
@@ -100,7 +108,11 @@ int run(const Options &options, const Configuration &configuration)
     BusOwner bus_owner(bus);
 
     Service service(bus, configuration);
-    Reloading reloading{options, service};
+    Notifier notifier(event, [&book = service.book] {
+        return Counts{book.producers().size(), book.declarations().size(), book.consumers().size(),
+                      book.subscriptions().size()};
+    });
+    Reloading reloading{options, service, notifier};
     if (!succeeds(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "attach the bus") ||
         !watch_for_the_end(event, bus) ||
         !succeeds(sd_event_add_signal(event, nullptr, SIGHUP, reload, &reloading),
@@ -108,10 +120,10 @@ int run(const Options &options, const Configuration &configuration)
         !succeeds(service.serve(), "serve") || !take_name(bus))
         return EXIT_FAILURE;
 
-    sd_notify(0, "READY=1\nSTATUS=Serving");
+    notifier.ready();
     log_line(LogLevel::Info, "serving %s", DBUS_SERVICE_SWITCH);
     int status = sd_event_loop(event);
-    sd_notify(0, "STOPPING=1");
+    notifier.stopping();
     return status < 0 ? EXIT_FAILURE : status;
 }
 
