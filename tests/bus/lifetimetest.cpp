@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 using namespace qandor::test;
 
 namespace {
@@ -116,27 +118,30 @@ TEST_F(LifetimeTest, AProducerThatIsBeingFreedCallsNoCompletionFunction)
 TEST_F(LifetimeTest, WhatWasTakenBackBeforeARestartIsNotTakenFromAnotherAfterIt)
 {
     event_producer *producer = event_producer_new("producer");
-    guint32 first = event_producer_declare(producer, new_declaration("First").get());
-    guint32 second = event_producer_declare(producer, new_declaration("Second").get());
+    guint32 taken = event_producer_declare(producer, new_declaration("Device").get());
+    guint32 kept = event_producer_declare(producer, new_declaration("Device").get());
     auto global_id_of = [&](guint32 local_id) {
         Owned<event> event(event_producer_prepare_event(producer, local_id));
         producer_fill_global_event_data(producer->producer, event.get());
         return event_get_global_id(event.get());
     };
-    ASSERT_TRUE(wait_until([&] { return global_id_of(second) != 0; }));
-    guint32 old_id = global_id_of(first);
+    ASSERT_TRUE(wait_until([&] { return global_id_of(taken) != 0 && global_id_of(kept) != 0; }));
+    // The one that is left gets the first id of the new switch.
+    if (global_id_of(taken) > global_id_of(kept))
+        std::swap(taken, kept);
+    guint32 old_id = global_id_of(taken);
 
-    decl_data *released = producer_release_declare_id(producer->producer, first);
+    decl_data *released = producer_release_declare_id(producer->producer, taken);
     event_switch.kill();
-    ASSERT_TRUE(wait_until([&] { return global_id_of(second) == 0; }));
+    ASSERT_TRUE(wait_until([&] { return global_id_of(kept) == 0; }));
     event_switch.start();
-    ASSERT_TRUE(wait_until([&] { return global_id_of(second) == old_id; }));
+    ASSERT_TRUE(wait_until([&] { return global_id_of(kept) == old_id; }));
     producer_send_undeclare(producer->producer, released);
 
     bool is_known = false;
     event_consumer *consumer = event_consumer_new("consumer");
     event_consumer_subscribe_full(
-        consumer, new_expression("Second").get(), [](event *event, gpointer) { event_free(event); },
+        consumer, new_expression("Device").get(), [](event *event, gpointer) { event_free(event); },
         [](notification *notification, gpointer data) {
             notification_free(notification);
             note(data);
