@@ -172,6 +172,11 @@ void producer_receive_global_declare_id(Producer *self, guint32 local_id, guint3
         state.tell_to_forget(global_id);
         return;
     }
+    // A declaration that was under way while the switch restarted is declared twice: then the
+    // switch forwards the subscriptions to the later one, and those to the earlier are void.
+    guint32 former_id = data->declaration->global_id;
+    if (former_id != 0 && former_id != global_id)
+        data->subscriptions.clear();
     data->declaration->global_id = global_id;
     data->declaration->producer_id = producer_id;
 }

@@ -79,6 +79,21 @@ TEST_F(ProducerDeliveryTest, TheOrderIsThatOfTheSubscriptions)
     EXPECT_THAT(take_sent(), ElementsAre("Event(20)", "Event(90)", "Event(50)"));
 }
 
+// As when a Declare is under way while the switch restarts: it is repeated when the name comes.
+TEST_F(ProducerDeliveryTest, ADeclarationThatIsMadeAnewHasEachSubscriberOnce)
+{
+    subscribe(1, subscription(5, 50));
+    event_switch.call(producer.address(), "com.vemo.Event.Producer.GlobalDeclareId", guint32(1),
+                      guint32(11), guint32(500));
+    subscribe(1, subscription(5, 50));
+    send(1, "on");
+    EXPECT_THAT(take_sent(), ElementsAre("Event(50)"));
+    event_switch.call(producer.address(), "com.vemo.Event.Producer.GlobalDeclareId", guint32(1),
+                      guint32(11), guint32(500));
+    send(1, "on");
+    EXPECT_THAT(take_sent(), ElementsAre("Event(50)")) << "the same id changes nothing";
+}
+
 TEST_F(ProducerDeliveryTest, OnlyTheMatchingOnesOfSeveralGetIt)
 {
     const char *states[] = {"on", "off", nullptr, "on"};
