@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// qandor explain: condition by condition, why an expression is satisfied or is not.
+
+#include "cli/command.hpp"
+#include "cli/describe.hpp"
+#include "cli/expressions.hpp"
+#include "cli/failure.hpp"
+#include "cli/recordfile.hpp"
+#include "cli/switchbus.hpp"
+#include "cli/table.hpp"
+
+#include <algorithm>
+#include <functional>
+
+namespace qandor::cli {
+namespace {
+
+constexpr int does_not_match = 1;
+
+// What an expression is held against: an event, or the declaration of some.
+struct Subject {
+    std::string title;
+    std::vector<KeyView> keys;
+    std::function<bool(const Expression &)> matches;
+    Json json;
+};
+
+Subject subject_of(Event event)
+{
+    std::vector<KeyView> keys = keys_of(event);
+    return {"event " + topic_path(keys),
+            keys,
+            [event](const Expression &expression) { return event.matches(expression); },
+            {{"topics", topic_path(keys)}}};
+}
+
+Subject subject_of(Declaration declaration)
+{
+    std::vector<KeyView> keys = keys_of(declaration.sample());
+    std::string id = declaration.global_id() ? " " + std::to_string(declaration.global_id()) : "";
+    return {"declaration" + id + " " + topic_path(keys),
+            keys,
+            [declaration](const Expression &expression) { return declaration.matches(expression); },
+            {{"topics", topic_path(keys)}, {"declaration", declaration.global_id()}}};
+}
+
+// What holds together on one key: of several positive conditions one is enough.
+struct Clause {
+    Conditions conditions;
+    bool holds = false;
+    std::string why;
+};
+
+Expression of(const Conditions &conditions)
+{
+    return Expression(std::vector<Conditions>{conditions});
+}
+
+std::string found_value(const KeyView &key)
+{
+    std::string space = key.name_space.empty() ? "" : printable(key.name_space) + ":";
+    std::string name = space + printable(key.key);
+    return key.has_value ? name + "=" + printable_word(key.value)
+                         : name + ", which is open and may become anything";
+}
+
+// About any key: under which one the value is.
+std::string why_any(const Condition &condition, const std::vector<KeyView> &keys)
+{
+    for (const KeyView &key : keys)
+        if (key.has_value && key.value == condition.value)
+            return "there is " + found_value(key);
+    for (const KeyView &key : keys)
+        if (!key.has_value)
+            return "there is " + found_value(key);
+    return "no key has this value";
+}
+
+std::string why(const Conditions &conditions, const std::vector<KeyView> &keys)
+{
+    const Condition &first = conditions[0];
+    if (!first.key)
+        return why_any(first, keys);
+    auto key = std::find_if(keys.begin(), keys.end(),
+                            [&](const KeyView &one) { return one.key == *first.key; });
+    if (key == keys.end())
+        return "there is no key '" + printable(*first.key) + "'";
+    for (const Condition &condition : conditions)
+        if (!condition.name_space.empty() && condition.name_space != key->name_space)
+            return "there is " + found_value(*key) + ": another name space";
+    return "there is " + found_value(*key);
+}
+
+// Conditions on one key stand together, as the matching has them; those on any key each alone.
+std::vector<Clause> clauses_of(const Conditions &group, const Subject &subject)
+{
+    std::vector<Clause> clauses;
+    for (const Condition &condition : group) {
+        auto same = std::find_if(clauses.begin(), clauses.end(), [&](const Clause &clause) {
+            return condition.key && clause.conditions[0].key == condition.key;
+        });
+        if (same == clauses.end())
+            clauses.push_back({{condition}, false, ""});
+        else
+            same->conditions.push_back(condition);
+    }
+    for (Clause &clause : clauses) {
+        clause.holds = subject.matches(of(clause.conditions));
+        clause.why = why(clause.conditions, subject.keys);
+    }
+    return clauses;
+}
+
+std::string mark(bool holds)
+{
+    const char *good = draws_in_unicode() ? "✓" : "+", *bad = draws_in_unicode() ? "✗" : "-";
+    return styled(holds ? Style::Green : Style::Red, holds ? good : bad);
+}
+
+std::string verdict(bool holds)
+{
+    return holds ? "satisfies the expression" : "does not satisfy the expression";
+}
+
+void show(const Expression &expression, const Subject &subject)
+{
+    bool holds = subject.matches(expression);
+    print_line(mark(holds) + " " + styled(Style::Bold, subject.title) + " " + verdict(holds));
+    bool has_several = expression.alternatives().size() > 1;
+    for (const Conditions &group : expression.alternatives()) {
+        if (has_several)
+            print_line("  " + mark(subject.matches(of(group))) + " alternative");
+        std::string indent = has_several ? "    " : "  ";
+        Table table;
+        for (const Clause &clause : clauses_of(group, subject))
+            table.add({{indent + (clause.holds ? "yes" : "no "),
+                        clause.holds ? Style::Green : Style::Red},
+                       {printable(to_text(of(clause.conditions))), Style::Cyan},
+                       {clause.why}});
+        if (table.empty())
+            print_line(indent + "everything satisfies it");
+        table.print();
+    }
+}
+
+Json described(const Expression &expression, const Subject &subject)
+{
+    Json json = subject.json;
+    json["matches"] = subject.matches(expression);
+    json["alternatives"] = Json::array();
+    for (const Conditions &group : expression.alternatives()) {
+        Json clauses = Json::array();
+        for (const Clause &clause : clauses_of(group, subject))
+            clauses.push_back({{"conditions", to_text(of(clause.conditions))},
+                               {"holds", clause.holds},
+                               {"why", clause.why}});
+        json["alternatives"].push_back(
+            {{"holds", subject.matches(of(group))}, {"conditions", clauses}});
+    }
+    return json;
+}
+
+class ExplainCommand : public Command {
+public:
+    void add_options(Options &options) override
+    {
+        options.flag({"json", 'j', "as a JSON array"}, json_);
+    }
+
+    int run(const std::vector<std::string> &arguments) override
+    {
+        expect_arguments("explain", arguments, 1, 2);
+        Expression expression = parse_argument(arguments[0]);
+        std::vector<Subject> subjects =
+            arguments.size() == 2 ? from_file(arguments[1]) : from_switch();
+        Json json = Json::array();
+        bool any = false;
+        for (const Subject &subject : subjects) {
+            any = any || subject.matches(expression);
+            if (json_)
+                json.push_back(described(expression, subject));
+            else
+                show(expression, subject);
+        }
+        if (json_)
+            print_json(json);
+        else if (subjects.empty())
+            note("Nothing is declared.");
+        return any ? EX_OK : does_not_match;
+    }
+
+private:
+    static std::vector<Subject> from_file(const std::string &path)
+    {
+        Record record = read_record(read_input(path));
+        if (auto *event = std::get_if<Event>(&record))
+            return {subject_of(*event)};
+        if (auto *declaration = std::get_if<Declaration>(&record))
+            return {subject_of(*declaration)};
+        throw Failure(EX_DATAERR, printable(path) + " holds neither an event nor a declaration",
+                      "'qandor show' shows what it holds.");
+    }
+
+    static std::vector<Subject> from_switch()
+    {
+        SwitchBus bus;
+        bus.require_switch();
+        std::vector<Subject> subjects;
+        for (const Declaration &declaration : bus.declarations())
+            subjects.push_back(subject_of(declaration));
+        return subjects;
+    }
+
+    bool json_ = false;
+};
+
+} // namespace
+
+extern const CommandEntry explain_command = {
+    "explain",
+    "says why an expression is satisfied or is not",
+    "[--json] EXPRESSION [FILE]",
+    R"(Holds the expression against the event or the declaration in a file (see
+'qandor help show' for what a file may be), or against everything that is
+declared, and says of each condition whether it holds, and what is there.
+Conditions on one key stand together: of several '=' one is enough. An open
+value can satisfy any condition that wants its key. The exit code is 1 when
+nothing satisfies the expression.
+
+    qandor explain 'topic0=Device & load!=0.5' event.bin
+    qandor explain 'topic0=Device & topic1=Load | door' door-moved.xml
+    qandor explain 'topic1=Power & state=1'
+)",
+    make_command<ExplainCommand>,
+};
+
+} // namespace qandor::cli

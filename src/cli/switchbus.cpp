@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+#include "cli/switchbus.hpp"
+
+#include "cli/terminal.hpp"
+
+#include <cstring>
+#include <iterator>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace qandor::cli {
+namespace {
+
+constexpr const char *query_interface = "com.vemo.Event.Switch.Query";
+constexpr guint64 timeout_usec = 30 * 1000 * 1000;
+
+class BusError {
+public:
+    BusError() = default;
+    BusError(const BusError &) = delete;
+    BusError &operator=(const BusError &) = delete;
+    ~BusError() { sd_bus_error_free(&error_); }
+
+    sd_bus_error *get() { return &error_; }
+    bool is(const char *name) const { return sd_bus_error_has_name(&error_, name); }
+    std::string text(int r) const
+    {
+        return error_.message && *error_.message ? error_.message : std::strerror(-r);
+    }
+
+private:
+    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+};
+
+struct ErrorMeaning {
+    const char *name;
+    int code;
+    const char *hint;
+};
+constexpr const char *no_switch_hint =
+    "It is the service 'event-switch': 'systemctl start event-switch' starts it.";
+constexpr const char *only_root_hint = "Root may do it, and so may the switch's own user.";
+constexpr ErrorMeaning meanings[] = {
+    {SD_BUS_ERROR_ACCESS_DENIED, EX_NOPERM, only_root_hint},
+    {SD_BUS_ERROR_INVALID_ARGS, EX_DATAERR, ""},
+    {SD_BUS_ERROR_FILE_NOT_FOUND, EX_NOINPUT, ""},
+    {SD_BUS_ERROR_FILE_EXISTS, EX_CANTCREAT, ""},
+    {SD_BUS_ERROR_IO_ERROR, EX_IOERR, "The switch's log says why."},
+    {SD_BUS_ERROR_LIMITS_EXCEEDED, EX_TEMPFAIL, "'qandor status' shows the limits in use."},
+    {SD_BUS_ERROR_NO_REPLY, EX_TEMPFAIL, "The switch did not answer, or has gone."},
+    {SD_BUS_ERROR_TIMEOUT, EX_TEMPFAIL, "The switch did not answer in time."},
+    {SD_BUS_ERROR_SERVICE_UNKNOWN, EX_UNAVAILABLE, no_switch_hint},
+    {SD_BUS_ERROR_NAME_HAS_NO_OWNER, EX_UNAVAILABLE, no_switch_hint},
+    {SD_BUS_ERROR_UNKNOWN_METHOD, EX_UNAVAILABLE, "The switch is another version than this tool."},
+    {"org.freedesktop.DBus.Error.UnknownInterface", EX_UNAVAILABLE,
+     "The switch is another version than this tool."},
+};
+
+[[noreturn]] void fail(const std::string &what, const BusError &error, int r)
+{
+    for (const ErrorMeaning &meaning : meanings) {
+        if (!error.is(meaning.name))
+            continue;
+        bool is_told_to_root = meaning.hint == only_root_hint && geteuid() == 0;
+        throw Failure(meaning.code, what + ": " + printable(error.text(r)),
+                      is_told_to_root ? "" : meaning.hint);
+    }
+    throw Failure(EX_UNAVAILABLE, what + ": " + error.text(r));
+}
+
+} // namespace
+
+std::string user_name(guint32 uid)
+{
+    const passwd *user = getpwuid(uid);
+    return user ? user->pw_name : std::to_string(uid);
+}
+
+SwitchBus::SwitchBus()
+{
+    sd_bus *made = nullptr;
+    int r = sd_bus_open_system(&made);
+    if (r < 0)
+        throw Failure(r == -EACCES || r == -EPERM ? EX_NOPERM : EX_UNAVAILABLE,
+                      std::string("There is no system bus to be had: ") + std::strerror(-r),
+                      "It is the service 'dbus'. DBUS_SYSTEM_BUS_ADDRESS names another one.");
+    bus_.reset(made);
+}
+
+std::optional<BusPeer> SwitchBus::owner() const
+{
+    sd_bus_creds *made = nullptr;
+    int r = sd_bus_get_name_creds(bus_.get(), DBUS_SERVICE_SWITCH,
+                                  SD_BUS_CREDS_UNIQUE_NAME | SD_BUS_CREDS_PID | SD_BUS_CREDS_EUID |
+                                      SD_BUS_CREDS_COMM | SD_BUS_CREDS_AUGMENT,
+                                  &made);
+    Credentials credentials(made);
+    if (r == -ENXIO || r == -ESRCH)
+        return std::nullopt;
+    if (r < 0)
+        throw Failure(EX_UNAVAILABLE,
+                      std::string("The bus does not say who the event switch is: ") +
+                          std::strerror(-r));
+    const char *name = "", *program = "";
+    pid_t pid = 0;
+    uid_t uid = 0;
+    BusPeer peer;
+    sd_bus_creds_get_unique_name(made, &name);
+    peer.name = name;
+    if (sd_bus_creds_get_comm(made, &program) >= 0)
+        peer.program = program;
+    if (sd_bus_creds_get_pid(made, &pid) >= 0)
+        peer.pid = static_cast<guint32>(pid);
+    if (sd_bus_creds_get_euid(made, &uid) >= 0)
+        peer.uid = uid;
+    return peer;
+}
+
+void SwitchBus::require_switch() const
+{
+    if (owner())
+        return;
+    BusError error;
+    sd_bus_message *made = nullptr;
+    int r = sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus", "StartServiceByName", error.get(), &made,
+                               "su", DBUS_SERVICE_SWITCH, 0);
+    Message reply(made);
+    if (r < 0)
+        throw Failure(EX_UNAVAILABLE, "There is no event switch on the bus", no_switch_hint);
+}
+
+Message SwitchBus::new_call(const char *interface, const char *member) const
+{
+    sd_bus_message *made = nullptr;
+    if (sd_bus_message_new_method_call(bus_.get(), &made, DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
+                                       interface, member) < 0)
+        throw Failure(EX_SOFTWARE, std::string("The call of ") + member + " cannot be made");
+    return Message(made);
+}
+
+Message SwitchBus::call(const Message &call) const
+{
+    BusError error;
+    sd_bus_message *made = nullptr;
+    int r = sd_bus_call(bus_.get(), call.get(), timeout_usec, error.get(), &made);
+    Message reply(made);
+    if (r < 0)
+        fail(std::string("The switch refuses ") + sd_bus_message_get_member(call.get()), error, r);
+    return reply;
+}
+
+guint32 SwitchBus::count(const char *property) const
+{
+    BusError error;
+    guint32 count = 0;
+    int r = sd_bus_get_property_trivial(bus_.get(), DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
+                                        monitor_interface, property, error.get(), 'u', &count);
+    if (r < 0)
+        fail(std::string("The switch does not tell ") + property, error, r);
+    return count;
+}
+
+std::vector<Declaration> SwitchBus::list(const char *member) const
+{
+    Message reply = call(query_interface, member);
+    const void *data = nullptr;
+    std::size_t size = 0;
+    if (sd_bus_message_read_array(reply.get(), 'y', &data, &size) < 0)
+        throw Failure(EX_UNAVAILABLE,
+                      std::string("The switch answers ") + member + " with no list");
+    Bytes bytes(serialize_create_array());
+    serialize_blob(bytes.get(), data, static_cast<guint32>(size));
+    guint place = 0;
+    GList *read = deserialize_glist(bytes.get(), &place, [](GArray *array, guint *at) -> gpointer {
+        return event_declaration_deserialize_internal(array, at);
+    });
+    std::vector<Declaration> declarations;
+    for (GList *link = read; link; link = link->next)
+        declarations.emplace_back(static_cast<::event_declaration *>(link->data));
+    g_list_free(read);
+    return declarations;
+}
+
+std::vector<Declaration> SwitchBus::declarations() const
+{
+    return list("GetAllDeclarations");
+}
+
+std::vector<Declaration> SwitchBus::types() const
+{
+    return list("GetDeclarationTypes");
+}
+
+} // namespace qandor::cli
