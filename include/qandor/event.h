@@ -154,8 +154,8 @@ QANDOR_API guint32 event_get_type_at(const event *event, guint index);
 QANDOR_API gboolean event_get_typed_value_at(const event *event, guint index, gpointer value);
 
 /**
- * Like event_get_typed_value_at(), by key. FALSE, and *@value untouched, for an unknown key. What is
- * written is of the type that the event says, which for a received one is its producer's choice:
+ * Like event_get_typed_value_at(), by key. FALSE, and *@value untouched, for an unknown key. What
+ * is written is of the type that the event says, which for a received one is its producer's choice:
  * look at event_get_type_at() before.
  */
 QANDOR_API gboolean event_get_typed_value(const event *event, const gchar *key, gpointer value);
