@@ -171,7 +171,8 @@ TEST_F(QueryTest, ThousandsOfDeclarationsAreToldInOnePiece)
     guint32 last = declare(declaration_of({{"a"}, {"0"}}));
     for (int i = 1; i < count; ++i)
         last = event_producer_declare(producer, declaration_of({{"a"}, {std::to_string(i)}}).get());
-    ASSERT_TRUE(wait_until([&] { return event_producer_declaration_complete(producer, last); }));
+    ASSERT_TRUE(
+        wait_until([&] { return event_producer_declaration_complete(producer, last); }, 120));
 
     Tree tree(beside_the_loop<GNode *>([&] { return event_query_get_topic_tree(query); }));
     ASSERT_EQ(g_node_n_children(tree.get()), 1u);
