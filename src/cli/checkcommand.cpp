@@ -99,7 +99,7 @@ private:
             print_line(place_of(name, finding.place).append(severity).append(": ") + finding.what);
         }
         for (const std::string &text : file.remarks)
-            print_line(name + ": note: " + text);
+            print_line(std::string(name).append(": note: ").append(text));
         if (file.report.findings.empty())
             print_line(name + ": " + styled(Style::Green, "good"));
     }

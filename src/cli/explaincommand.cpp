@@ -26,7 +26,7 @@ struct Subject {
     Json json;
 };
 
-Subject subject_of(Event event)
+Subject subject_of(const Event &event)
 {
     std::vector<KeyView> keys = keys_of(event);
     return {"event " + topic_path(keys),
@@ -35,7 +35,7 @@ Subject subject_of(Event event)
             {{"topics", topic_path(keys)}}};
 }
 
-Subject subject_of(Declaration declaration)
+Subject subject_of(const Declaration &declaration)
 {
     std::vector<KeyView> keys = keys_of(declaration.sample());
     std::string id = declaration.global_id() ? " " + std::to_string(declaration.global_id()) : "";
