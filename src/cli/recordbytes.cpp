@@ -16,7 +16,7 @@ namespace {
 struct Frame {
     RecordKind kind;
     std::string before;
-    std::string behind = "";
+    std::string behind{};
 };
 
 using namespace std::string_literals;

@@ -70,7 +70,7 @@ void print_keys(const std::vector<KeyView> &keys)
     for (const KeyView &key : keys) {
         std::string name = printable_word(key.key);
         if (!key.name_space.empty())
-            name = printable_word(key.name_space) + ":" + name;
+            name.insert(0, printable_word(key.name_space).append(":"));
         table.add({{name, Style::Cyan},
                    {type_name(key.type)},
                    key.has_value ? Cell(printable_word(key.value)) : Cell("(open)", Style::Dim),
