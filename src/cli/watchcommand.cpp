@@ -74,13 +74,14 @@ private:
     {
         NotificationFunction notification;
         if (!quiet_)
-            notification = [this](Notification told) { tell(told); };
+            notification = [this](const Notification &told) { tell(told); };
         if (secure_)
             return consumer.subscribe_secure(
-                expression, [this](Event event, std::optional<guint32> uid) { tell(event, uid); },
+                expression,
+                [this](const Event &event, std::optional<guint32> uid) { tell(event, uid); },
                 notification);
         return consumer.subscribe(
-            expression, [this](Event event) { tell(event, std::nullopt); }, notification);
+            expression, [this](const Event &event) { tell(event, std::nullopt); }, notification);
     }
 
     void tell(const Event &event, std::optional<guint32> uid)
