@@ -226,14 +226,14 @@ int run_operation(const char *name, unsigned size, unsigned count)
 
 int main(int count, char **arguments)
 {
+    if (count == 5 && std::strcmp(arguments[1], "--operation") == 0)
+        return run_operation(arguments[2], static_cast<unsigned>(std::atol(arguments[3])),
+                             static_cast<unsigned>(std::atol(arguments[4])));
     // Memory can be counted when nobody keeps it back. That is settled before main() is.
     if (!getenv("G_SLICE")) {
         setenv("G_SLICE", "always-malloc", 1);
         execv("/proc/self/exe", arguments);
     }
-    if (count == 5 && std::strcmp(arguments[1], "--operation") == 0)
-        return run_operation(arguments[2], static_cast<unsigned>(std::atol(arguments[3])),
-                             static_cast<unsigned>(std::atol(arguments[4])));
     bench_all(count == 2 ? arguments[1] : nullptr);
     return EXIT_SUCCESS;
 }

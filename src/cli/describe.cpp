@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 namespace qandor::cli {
 namespace {
@@ -215,6 +216,41 @@ Json json_keys(const std::vector<KeyView> &keys)
     return json;
 }
 
+namespace {
+
+using Array = std::unique_ptr<GArray, decltype(&g_array_unref)>;
+
+// The library tells neither the payload's size nor that it ends with a NUL.
+std::optional<std::string> text_of_payload(gpointer copy, std::size_t size)
+{
+    detail::Text owner(static_cast<gchar *>(copy));
+    if (!owner)
+        return std::nullopt;
+    return std::string(owner.get(), strnlen(owner.get(), size));
+}
+
+} // namespace
+
+// What is no payload in an event's record: its tag, its keys, the payload's size, two times, three
+// ids and a flag.
+std::optional<std::string> payload_of(const Event &event)
+{
+    Array record(event_serialize(event.c()), g_array_unref);
+    Array keys(serialize_create_array(), g_array_unref);
+    inspectable_serialize_internal(event_get_inspectable(event.c()), keys.get());
+    std::size_t others = 1 + keys->len + 2 + 2 * 4 + 3 * 4 + 1;
+    return text_of_payload(event_get_user_data(event.c()), record->len - others);
+}
+
+// The size stands behind the record's tag.
+std::optional<std::string> payload_of(const Notification &notification)
+{
+    Array record(notification_serialize(notification.c()), g_array_unref);
+    guint place = 1;
+    return text_of_payload(notification_get_user_data(notification.c()),
+                           deserialize_16bit(record.get(), &place));
+}
+
 Json json_of(const Event &event)
 {
     std::vector<KeyView> keys = keys_of(event);
@@ -230,8 +266,8 @@ Json json_of(const Event &event)
               {"values", values},
               {"keys", json_keys(keys)},
               {"tags", event.tags()}};
-    if (detail::Text payload(event_get_user_data_string(event.c())); payload)
-        json["payload"] = payload.get();
+    if (std::optional<std::string> payload = payload_of(event))
+        json["payload"] = *payload;
     return json;
 }
 

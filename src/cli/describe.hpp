@@ -7,6 +7,7 @@
 
 #include <qandor/qandor.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,10 @@ std::string values_text(const std::vector<KeyView> &keys);
 std::string kind_of(const Declaration &declaration);
 
 // Values in their own types, as far as their texts are of them.
+// The payload as far as it is text; nothing when there is none.
+std::optional<std::string> payload_of(const Event &event);
+std::optional<std::string> payload_of(const Notification &notification);
+
 Json json_value(const KeyView &key);
 Json json_of(const Event &event);
 Json json_of(const Declaration &declaration);

@@ -96,8 +96,8 @@ void show(const Event &event)
         {"declaration",
          {number(event_get_global_id(c)) + " (local " + number(event_get_local_id(c)) + ")"}});
     table.add({"producer", {number(event_get_producer_id(c))}});
-    if (detail::Text payload(event_get_user_data_string(c)); payload)
-        table.add({"payload", {printable_word(payload.get())}});
+    if (std::optional<std::string> payload = payload_of(event))
+        table.add({"payload", {printable_word(*payload)}});
     add_facts(table, event);
     table.print();
     print_keys(keys_of(event));
@@ -147,8 +147,8 @@ void show(const Notification &notification)
     table.add({"time", {text_of(time_of(notification))}});
     table.add({"declaration", {number(notification.declaration_id())}});
     table.add({"subscription", {number(notification_get_subscription_id(notification.c()))}});
-    if (detail::Text payload(notification_get_user_data_string(notification.c())); payload)
-        table.add({"payload", {printable_word(payload.get())}});
+    if (std::optional<std::string> payload = payload_of(notification))
+        table.add({"payload", {printable_word(*payload)}});
     table.print();
     print_line("");
     show(ExpressionRecord(
