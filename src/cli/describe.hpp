@@ -47,11 +47,11 @@ std::string values_text(const std::vector<KeyView> &keys);
 // "event", "property", and "internal" in front of either.
 std::string kind_of(const Declaration &declaration);
 
-// Values in their own types, as far as their texts are of them.
 // The payload as far as it is text; nothing when there is none.
 std::optional<std::string> payload_of(const Event &event);
 std::optional<std::string> payload_of(const Notification &notification);
 
+// Values in their own types, as far as their texts are of them.
 Json json_value(const KeyView &key);
 Json json_of(const Event &event);
 Json json_of(const Declaration &declaration);
