@@ -12,15 +12,25 @@ namespace {
 // other sources from waiting.
 constexpr int batch = 16;
 
+// Asking for more costs a system call, in vain where messages come one by one: then only one
+// dispatch of so many asks.
+constexpr int dispatches_an_asking = 16;
+
 struct bus_event_source {
     GSource source;
     GPollFD pollfd;
     sd_event *event;
+    int dispatches_until_asking;
 };
+
+bus_event_source *bus_source_of(GSource *source)
+{
+    return reinterpret_cast<bus_event_source *>(source);
+}
 
 sd_event *event_of(GSource *source)
 {
-    return reinterpret_cast<bus_event_source *>(source)->event;
+    return bus_source_of(source)->event;
 }
 
 // Prepares the loop if it is not prepared yet. GLib does not promise a check between two prepares:
@@ -61,15 +71,27 @@ bool has_more(GSource *source, sd_event *event)
     return sd_event_prepare(event) > 0 || sd_event_wait(event, 0) > 0;
 }
 
+// The rounds that a dispatch may go on for, by what the last ones found.
+int rounds_of_dispatch(bus_event_source &source)
+{
+    if (source.dispatches_until_asking == 0)
+        return batch;
+    --source.dispatches_until_asking;
+    return 1;
+}
+
 gboolean dispatch(GSource *source, GSourceFunc, gpointer)
 {
     // What is dispatched may disconnect and destroy the source.
     EventLoopOwner event(sd_event_ref(event_of(source)));
+    int rounds = rounds_of_dispatch(*bus_source_of(source));
     int round = 0;
     do {
         if (sd_event_dispatch(event.get()) <= 0)
             return G_SOURCE_REMOVE;
-    } while (++round < batch && has_more(source, event.get()));
+    } while (++round < rounds && has_more(source, event.get()));
+    if (round == 1 && rounds == batch)
+        bus_source_of(source)->dispatches_until_asking = dispatches_an_asking;
     return G_SOURCE_CONTINUE;
 }
 
