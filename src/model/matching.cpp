@@ -103,6 +103,15 @@ bool bucket_check_evaluated(Bucket conditions, Evaluated evaluated)
     return true;
 }
 
+// Most expressions have none, and should not pay for it.
+[[gnu::noinline]] bool wildcards_are_satisfied(const AndList &container, Buckets wildcards)
+{
+    for (Bucket bucket : wildcards)
+        if (!bucket_check_evaluated(bucket, bucket_evaluate(container, bucket.first().value)))
+            return false;
+    return true;
+}
+
 bool and_list_contains(const AndList &container, const AndList &conditions)
 {
     if (!container.wildcards().empty())
@@ -110,10 +119,8 @@ bool and_list_contains(const AndList &container, const AndList &conditions)
     for (Bucket bucket : conditions.keyed())
         if (!bucket_is_satisfied(container, bucket))
             return false;
-    for (Bucket bucket : conditions.wildcards())
-        if (!bucket_check_evaluated(bucket, bucket_evaluate(container, bucket.first().value)))
-            return false;
-    return true;
+    return conditions.wildcards().empty() ||
+           wildcards_are_satisfied(container, conditions.wildcards());
 }
 
 } // namespace
