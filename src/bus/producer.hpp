@@ -4,6 +4,7 @@
 #pragma once
 
 #include "bus/buspresence.hpp"
+#include "bus/forwardedsubscriptions.hpp"
 #include "bus/sendtickets.hpp"
 #include "messages/event.hpp"
 #include "messages/eventdeclaration.hpp"
@@ -16,7 +17,6 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 struct decl_data {
     std::unique_ptr<event_declaration> declaration;
@@ -26,10 +26,8 @@ struct decl_data {
     producer_complete_callback complete_cb = nullptr;
     gpointer complete_data = nullptr;
     std::unique_ptr<event> cached_event; // a property's last state
-    // What the switch has forwarded, in the order in which it came.
-    std::vector<std::unique_ptr<subscribe_expression>> subscriptions;
+    qandor::ForwardedSubscriptions subscriptions;
 
-    bool has_visible_subscription() const;
     void cache(std::unique_ptr<event> event);
     // Files the ids that came after the state was remembered.
     void fill_ids_of_cached_event();

@@ -119,7 +119,7 @@ decl_data *producer_release_declare_id(Producer *self, guint32 local_id)
     if (!node)
         return nullptr;
     std::unique_ptr<decl_data> data = std::move(node.mapped());
-    bool was_visible = data->has_visible_subscription();
+    bool was_visible = data->subscriptions.has_visible();
     state.release(*data);
     data->subscriptions.clear();
     drop_property_callback(*data->declaration);

@@ -8,7 +8,6 @@
 #include "bus/errors.hpp"
 #include "platform/check.hpp"
 
-#include <algorithm>
 #include <mutex>
 
 using namespace qandor;
@@ -40,11 +39,9 @@ void ProducerState::send_property(decl_data &data, guint32 subscription_id)
     if (event->global_id == 0)
         return;
     CHECK(event_is_complete(event));
-    auto subscription = std::find_if(
-        data.subscriptions.begin(), data.subscriptions.end(),
-        [subscription_id](const auto &expression) { return expression->id == subscription_id; });
-    if (subscription != data.subscriptions.end() && event_contains(event, subscription->get()))
-        Delivery(presence.bus, *event).to(**subscription);
+    const subscribe_expression *subscription = data.subscriptions.find(subscription_id);
+    if (subscription && event_contains(event, subscription))
+        Delivery(presence.bus, *event).to(*subscription);
 }
 
 void producer_fill_global_event_data(Producer *self, event *event)
@@ -79,8 +76,7 @@ gboolean producer_send_event(Producer *self, const event *event, GError **error)
     }
 
     Delivery delivery(state.presence.bus, *event);
-    for (const auto &subscription : data->subscriptions)
-        if (event_contains(event, subscription.get()))
-            delivery.to(*subscription);
+    data->subscriptions.for_each_satisfied(
+        *event, [&](const subscribe_expression &subscription) { delivery.to(subscription); });
     return TRUE;
 }

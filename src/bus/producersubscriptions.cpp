@@ -4,16 +4,9 @@
 
 #include "bus/producer.hpp"
 
-#include <algorithm>
 #include <mutex>
 
 using namespace qandor;
-
-bool decl_data::has_visible_subscription() const
-{
-    return std::any_of(subscriptions.begin(), subscriptions.end(),
-                       [](const auto &expression) { return !expression->clandestine; });
-}
 
 void decl_data::forget_switch()
 {
@@ -34,7 +27,7 @@ void ProducerState::notify_subscriptions_changed()
         return;
     ArrayOwner local_ids(g_array_new(FALSE, FALSE, sizeof(guint32)));
     for (const auto &[local_id, data] : declared_events)
-        if (data->has_visible_subscription())
+        if (data->subscriptions.has_visible())
             g_array_append_val(local_ids.get(), local_id);
     subscriptions_changed(local_ids.get(), user_data);
 }
@@ -44,7 +37,7 @@ void ProducerState::go_offline()
     ++switch_number_;
     bool was_visible = false;
     for (auto &[local_id, data] : declared_events) {
-        was_visible = was_visible || data->has_visible_subscription();
+        was_visible = was_visible || data->subscriptions.has_visible();
         data->forget_switch();
     }
     if (was_visible)
@@ -60,8 +53,8 @@ void producer_receive_subscribe(Producer *self, GArray *array, guint32 local_id)
         return;
     std::unique_ptr<subscribe_expression> expression(subscribe_expression_deserialize(array));
     guint32 subscription_id = expression->id;
-    bool is_first = !expression->clandestine && !data->has_visible_subscription();
-    data->subscriptions.push_back(std::move(expression));
+    bool is_first = !expression->clandestine && !data->subscriptions.has_visible();
+    data->subscriptions.add(std::move(expression));
     if (is_first)
         state.notify_subscriptions_changed();
 
@@ -86,12 +79,8 @@ void producer_receive_unsubscribe(Producer *self, guint32 subscription_id, guint
     decl_data *data = state.find(local_id);
     if (!data)
         return;
-    bool was_visible = data->has_visible_subscription();
-    auto gone = std::find_if(
-        data->subscriptions.begin(), data->subscriptions.end(),
-        [subscription_id](const auto &expression) { return expression->id == subscription_id; });
-    if (gone != data->subscriptions.end())
-        data->subscriptions.erase(gone);
-    if (was_visible && !data->has_visible_subscription())
+    bool was_visible = data->subscriptions.has_visible();
+    data->subscriptions.remove(subscription_id);
+    if (was_visible && !data->subscriptions.has_visible())
         state.notify_subscriptions_changed();
 }

@@ -4,12 +4,32 @@
 
 #include <qandor/serialize.h>
 
+#include <algorithm>
+
 namespace qandor {
 namespace {
 
-bool matches(const Declaration &declaration, const Subscription &subscription)
+const inspectable &content_of(const DeclarationOwner &record)
 {
-    return event_declaration_contains(declaration.record.get(), subscription.record.get());
+    return *event_declaration_get_inspectable(record.get());
+}
+
+// The getter is for those who change things, too.
+const inspectable &content_of(const subscribe_expression *expression)
+{
+    return *subscribe_expression_get_inspectable(const_cast<subscribe_expression *>(expression));
+}
+
+// What was found, by id. The index has it by age, which is the same until ids come round.
+template <class Record>
+std::vector<const Record *> by_id(const std::map<guint32, Record> &records, Matches &matches)
+{
+    std::ranges::sort(matches, {}, &Match::id);
+    std::vector<const Record *> found;
+    found.reserve(matches.size());
+    for (const Match &match : matches)
+        found.push_back(&records.at(match.id));
+    return found;
 }
 
 std::string take(GArray *bytes)
@@ -97,17 +117,16 @@ const Declaration &Book::declare(const Peer &peer, DeclarationOwner record)
     producer.global_ids[local_id] = global_id;
     Declaration declaration{global_id,         local_id,         producer.id,      peer.address,
                             std::move(record), std::move(bytes), std::move(charge)};
+    declaration_index_.add(global_id, content_of(declaration.record));
     return declarations_.emplace(global_id, std::move(declaration)).first->second;
 }
 
 void Book::announce(const Declaration &declaration)
 {
     post_.global_declare_id(declaration);
-    for (const auto &[id, subscription] : subscriptions_) {
-        if (!matches(declaration, subscription))
-            continue;
-        post_.subscribe(declaration, subscription);
-        post_.notify(subscription, declaration, NOTIFY_DECLARATION_ADDED);
+    for (const Subscription *subscription : find_subscriptions(declaration)) {
+        post_.subscribe(declaration, *subscription);
+        post_.notify(*subscription, declaration, NOTIFY_DECLARATION_ADDED);
     }
     post_.declaration_complete(declaration);
 }
@@ -116,10 +135,10 @@ void Book::remove_declaration(guint32 global_id)
 {
     auto node = declarations_.extract(global_id);
     const Declaration &declaration = node.mapped();
+    declaration_index_.remove(global_id);
     producers_.at(declaration.producer).global_ids.erase(declaration.local_id);
-    for (const auto &[id, subscription] : subscriptions_)
-        if (matches(declaration, subscription))
-            post_.notify(subscription, declaration, NOTIFY_DECLARATION_REMOVED);
+    for (const Subscription *subscription : find_subscriptions(declaration))
+        post_.notify(*subscription, declaration, NOTIFY_DECLARATION_REMOVED);
 }
 
 void Book::undeclare(const PeerAddress &producer, guint32 global_id)
@@ -163,16 +182,15 @@ const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionO
     Charge charge = accounts_.charge(peer.uid, usage_of_subscription(bytes.size()));
     Subscription subscription{
         id, token, address, std::move(record), std::move(bytes), std::move(charge)};
+    subscription_index_.add(id, content_of(subscription.record.get()));
     return subscriptions_.emplace(id, std::move(subscription)).first->second;
 }
 
 void Book::announce(const Subscription &subscription)
 {
-    for (const auto &[global_id, declaration] : declarations_) {
-        if (!matches(declaration, subscription))
-            continue;
-        post_.subscribe(declaration, subscription);
-        post_.notify(subscription, declaration, NOTIFY_DECLARATION_ADDED);
+    for (const Declaration *declaration : find_declarations(subscription.record.get())) {
+        post_.subscribe(*declaration, subscription);
+        post_.notify(subscription, *declaration, NOTIFY_DECLARATION_ADDED);
     }
 }
 
@@ -180,10 +198,10 @@ void Book::remove_subscription(guint32 id)
 {
     auto node = subscriptions_.extract(id);
     const Subscription &subscription = node.mapped();
+    subscription_index_.remove(id);
     consumers_.at(subscription.consumer).subscription_ids.erase(subscription.token);
-    for (const auto &[global_id, declaration] : declarations_)
-        if (matches(declaration, subscription))
-            post_.unsubscribe(declaration, id);
+    for (const Declaration *declaration : find_declarations(subscription.record.get()))
+        post_.unsubscribe(*declaration, id);
 }
 
 const Subscription *Book::find_subscription(const PeerAddress &address, guint32 token) const
@@ -241,11 +259,14 @@ const Declaration *Book::find_declaration(guint32 global_id) const
 std::vector<const Declaration *>
 Book::find_declarations(const subscribe_expression *expression) const
 {
-    std::vector<const Declaration *> found;
-    for (const auto &[global_id, declaration] : declarations_)
-        if (event_declaration_contains(declaration.record.get(), expression))
-            found.push_back(&declaration);
-    return found;
+    declaration_index_.find(content_of(expression), matches_);
+    return by_id(declarations_, matches_);
+}
+
+std::vector<const Subscription *> Book::find_subscriptions(const Declaration &declaration) const
+{
+    subscription_index_.find(content_of(declaration.record), matches_);
+    return by_id(subscriptions_, matches_);
 }
 
 std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // The switch's books: who declared what, who subscribed to what, and who has to be told when either
-// changes. Knows nothing of a bus: what there is to tell goes out through a Post.
+// changes. Knows nothing of a bus: what there is to tell goes out through a Post. Whom something
+// concerns is found by indexes, so that the many whom it does not cost nothing.
 #pragma once
 
+#include "model/declarationindex.hpp"
+#include "model/expressionindex.hpp"
 #include "switch/accounts.hpp"
 #include "switch/post.hpp"
 #include "switch/records.hpp"
@@ -128,6 +131,8 @@ private:
     Consumer &consumer_at(const Peer &peer);
     const Declaration *find_declaration_of(const PeerAddress &producer, guint32 local_id) const;
     const Subscription *find_subscription(const PeerAddress &consumer, guint32 token) const;
+    // Those whose expression the declaration's events can satisfy, by id.
+    std::vector<const Subscription *> find_subscriptions(const Declaration &declaration) const;
     void remove_declaration(guint32 global_id);
     void remove_subscription(guint32 id);
 
@@ -138,6 +143,9 @@ private:
     std::map<guint32, PeerAddress> producer_ids_;
     std::map<guint32, Declaration> declarations_;   // by global id
     std::map<guint32, Subscription> subscriptions_; // by id
+    DeclarationIndex declaration_index_;
+    ExpressionIndex subscription_index_{ExpressionIndex::Containers::Declarations};
+    mutable Matches matches_;
     guint32 last_producer_id_ = 0;
     guint32 last_global_id_ = 0;
     guint32 last_subscription_id_ = 0;

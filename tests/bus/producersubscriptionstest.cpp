@@ -11,6 +11,7 @@
 using namespace qandor;
 using namespace qandor::test;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 namespace {
@@ -114,6 +115,51 @@ TEST_F(ProducerDeliveryTest, TwoSubscriptionsOfOneConsumerGetItTwice)
     subscribe(1, subscription(8, 10));
     send(1, "on");
     EXPECT_THAT(take_sent(), ElementsAre("Event(9)", "Event(10)"));
+}
+
+// Many are not looked at one by one.
+TEST_F(ProducerDeliveryTest, OfManySubscribersTheMatchingOnesGetItInTheirOrder)
+{
+    std::vector<std::string> wanted;
+    for (guint32 i = 0; i < 100; ++i) {
+        Forwarded forwarded = subscription(100 - i, i);
+        bool is_wanted = i % 10 == 3;
+        forwarded.state = is_wanted ? "on" : "off";
+        subscribe(1, forwarded);
+        if (is_wanted)
+            wanted.push_back(std::to_string(i) + ":on");
+    }
+    send(1, "on");
+    EXPECT_THAT(take_states(), ElementsAreArray(wanted));
+
+    for (guint32 i = 3; i < 93; i += 10)
+        unsubscribe(1, 100 - i);
+    send(1, "on");
+    EXPECT_THAT(take_states(), ElementsAre(wanted.back()));
+}
+
+TEST_F(ProducerDeliveryTest, OfManyWithOneIdAnUnsubscriptionTakesTheFirst)
+{
+    for (guint32 i = 0; i < 20; ++i)
+        subscribe(1, subscription(7, i));
+    for (guint32 i = 0; i < 18; ++i)
+        unsubscribe(1, 7);
+    send(1, "on");
+    EXPECT_THAT(take_states(), ElementsAre("18:on", "19:on"));
+}
+
+TEST_F(ProducerDeliveryTest, ManySubscribersAreGoneWithTheSwitch)
+{
+    for (guint32 i = 0; i < 20; ++i)
+        subscribe(1, subscription(i, i));
+    event_switch.leave();
+    event_switch.come();
+    ASSERT_TRUE(wait_until([&] { return event_switch.count("Declare") == 2; }));
+    make_known(1);
+    subscribe(1, subscription(7, 9));
+    take_sent();
+    send(1, "on");
+    EXPECT_THAT(take_states(), ElementsAre("9:on"));
 }
 
 TEST_F(ProducerDeliveryTest, EventsGoOnlyToTheSubscribersOfTheirOwnDeclaration)

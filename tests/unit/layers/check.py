@@ -30,9 +30,11 @@ PUBLIC = {
 }
 LAYER_OF_PUBLIC = {f"qandor/{name}.h": layer for layer, names in PUBLIC.items() for name in names}
 
-# Programs are linked with the library as its users are. They also read what strangers send.
+# Programs are linked with the library as its users are. They also read what strangers send,
+# and the switch finds among many what belongs together.
 PROGRAMS = {
-    "switch": {"model/checker.hpp", "platform/owners.hpp"},
+    "switch": {"model/checker.hpp", "model/declarationindex.hpp", "model/expressionindex.hpp",
+               "platform/owners.hpp"},
     "cli": {"model/checker.hpp"},
 }
 

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The subscriptions that the switch has forwarded for one declaration, in the order in which they
+// came. A few are looked at one by one for each event; among many an index finds those it
+// satisfies.
+#pragma once
+
+#include "messages/event.hpp"
+#include "messages/subscribeexpression.hpp"
+#include "model/expressionindex.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace qandor {
+
+class ForwardedSubscriptions {
+public:
+    void add(std::unique_ptr<subscribe_expression> subscription);
+    // Takes back the first one of the id, if there is one.
+    void remove(guint32 id);
+    void clear();
+
+    // The first one of the id, or NULL.
+    const subscribe_expression *find(guint32 id) const;
+    // Whether somebody has subscribed who is to be seen.
+    bool has_visible() const { return visible_ > 0; }
+
+    // Visits those that the event satisfies.
+    template <class Visit> void for_each_satisfied(const event &event, const Visit &visit)
+    {
+        if (index_) {
+            index_->find(event.content, matches_);
+            for (const Match &match : matches_)
+                visit(*at(match.id));
+            return;
+        }
+        for (const Filed &filed : filed_)
+            if (inspectable_contains(&event.content, &filed.subscription->content))
+                visit(*filed.subscription);
+    }
+
+private:
+    // The switch gives ids, which come as they come; in the index each has a number of its own.
+    struct Filed {
+        guint32 number;
+        guint32 id;
+        std::unique_ptr<subscribe_expression> subscription;
+    };
+
+    std::vector<Filed>::const_iterator first_of(guint32 id) const;
+    const subscribe_expression *at(guint32 number) const;
+    void begin_index();
+
+    std::vector<Filed> filed_; // by number
+    guint32 last_number_ = 0;
+    std::size_t visible_ = 0;
+    std::unique_ptr<ExpressionIndex> index_;
+    Matches matches_;
+};
+
+} // namespace qandor
