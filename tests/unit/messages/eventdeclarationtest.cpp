@@ -5,6 +5,7 @@
 #include "support/records.hpp"
 #include "support/temporaryfolder.hpp"
 #include "unit/messages/criticals.hpp"
+#include "unit/messages/sampledeclaration.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -342,6 +343,75 @@ TEST(EventDeclarationFiles, AWholeOneIsRead)
     EXPECT_STREQ(event_get_value(event.get(), "count"), "3");
     EXPECT_STREQ(event_get_value(event.get(), "topic0"), "Device");
     EXPECT_TRUE(event_has_tag(event.get(), "t"));
+}
+
+TEST(EventDeclarationKeys, HaveOneOfTheFourTypes)
+{
+    LogCapture log;
+    Owned<event_declaration> declaration(event_declaration_new(FALSE));
+    EXPECT_FALSE(event_declaration_add_key(declaration.get(), "k", 0));
+    EXPECT_FALSE(event_declaration_add_key_value(declaration.get(), "k", "v", 5));
+    EXPECT_EQ(inspectable_get_value(event_declaration_get_inspectable(declaration.get()), "k"),
+              nullptr);
+    EXPECT_THAT(log.criticals(), ElementsAre("Invalid ValueType: 0", "Invalid ValueType: 5"));
+}
+
+TEST(EventDeclarationKeys, TheLatestOfAKeyIsKept)
+{
+    auto declaration = new_declaration();
+    event_declaration_add_key_value(declaration.get(), "load", "x", VALUE_TYPE_STRING);
+    Owned<event> event(event_declaration_generate_event(declaration.get()));
+    EXPECT_EQ(event_get_key_count(event.get()), 4u);
+    EXPECT_STREQ(event_get_value(event.get(), "load"), "x");
+}
+
+TEST(EventDeclarationBytes, KeepItsIdsAndXmlItsKeys)
+{
+    auto declaration = new_declaration();
+    event_declaration_set_property(declaration.get(), "count", nullptr, nullptr);
+    event_declaration_set_global_id(declaration.get(), 3);
+    event_declaration_set_nice_names(declaration.get(), "load", "Load <&\"'>\t", nullptr);
+    Owned<GArray> bytes(event_declaration_serialize(declaration.get()));
+    Owned<event_declaration> read(event_declaration_deserialize(bytes.get()));
+    EXPECT_EQ(event_declaration_get_global_id(read.get()), 3u);
+    EXPECT_TRUE(event_declaration_is_property(read.get()));
+    // After reading bytes a declaration is not read by position until a key is added.
+    inspectable *content = event_declaration_get_inspectable(read.get());
+    EXPECT_FALSE(inspectable_has_keyvalue_with_tag(content, "property-state"));
+
+    Owned<gchar> xml(event_declaration_serialize_xml(declaration.get()));
+    Owned<event_declaration> from_xml(event_declaration_deserialize_xml(xml.get()));
+    ASSERT_NE(from_xml, nullptr);
+    EXPECT_TRUE(event_declaration_is_property(from_xml.get()));
+    EXPECT_EQ(event_declaration_get_global_id(from_xml.get()), 0u);
+    EXPECT_TRUE(inspectable_is_equal(event_declaration_get_inspectable(from_xml.get()),
+                                     event_declaration_get_inspectable(declaration.get())));
+}
+
+TEST(EventDeclarationProperty, ItsEventIsThereWhenItIsComplete)
+{
+    auto declaration = new_declaration();
+    EXPECT_EQ(event_declaration_get_property_event(declaration.get()), nullptr);
+    event_declaration_set_property(declaration.get(), nullptr, nullptr, nullptr);
+    EXPECT_EQ(event_declaration_get_property_event(declaration.get()), nullptr);
+    event_declaration_set_property(
+        declaration.get(), nullptr,
+        [](event *event, gpointer) -> gboolean {
+            gdouble load = 1;
+            gint count = 2;
+            gboolean active = TRUE;
+            event_set_timestamp(event, 5, 6);
+            return event_set_value(event, "load", &load) &&
+                   event_set_value(event, "count", &count) &&
+                   event_set_value(event, "active", &active);
+        },
+        nullptr);
+    Owned<event> event(event_declaration_get_property_event(declaration.get()));
+    ASSERT_NE(event, nullptr);
+    EXPECT_TRUE(event_is_property(event.get()));
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    EXPECT_EQ(event_get_timestamp(event.get()).tv_sec, 5);
+    G_GNUC_END_IGNORE_DEPRECATIONS
 }
 
 } // namespace

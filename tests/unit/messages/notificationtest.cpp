@@ -4,6 +4,7 @@
 
 #include "support/records.hpp"
 #include "unit/messages/criticals.hpp"
+#include "unit/messages/sampledeclaration.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -191,5 +192,50 @@ TEST(NotificationPrint, HasItsNestedRecordsInFull)
 }
 
 G_GNUC_END_IGNORE_DEPRECATIONS
+
+TEST(NotificationFields, ItCarriesItsObjectsAndItsKind)
+{
+    Owned<notification> notification(notification_new());
+    EXPECT_FALSE(notification_is_type_deleted(notification.get()));
+    auto declaration = new_declaration();
+    Owned<subscribe_expression> expression(subscribe_expression_new());
+    notification_set_declaration(notification.get(), declaration.get());
+    notification_set_subscribe_expression(notification.get(), expression.get());
+    notification_set_type(notification.get(), 7);
+    notification_set_subscription_id(notification.get(), 2);
+    notification_set_declaration_id(notification.get(), 3);
+    declaration.reset();
+    EXPECT_STREQ(notification_get_value(notification.get(), "topic0"), "Device");
+
+    Owned<GArray> bytes(notification_serialize(notification.get()));
+    Owned<struct notification> read(notification_deserialize(bytes.get()));
+    EXPECT_EQ(notification_get_type(read.get()), static_cast<guint32>(NOTIFY_DECLARATION_REMOVED));
+    EXPECT_TRUE(notification_is_type_deleted(read.get()));
+    Owned<struct notification> copy(notification_copy(read.get()));
+    LogCapture log;
+    notification_print(copy.get());
+    std::vector<std::string> lines = log.messages();
+    ASSERT_GT(lines.size(), 5u);
+    EXPECT_EQ(lines[0], "---- Notification ------------------------");
+    EXPECT_EQ(lines[3], "Declaration Type: NOTIFY_DECLARATION_REMOVED");
+    EXPECT_EQ(lines[4], "Subscribe expression:");
+    EXPECT_EQ(lines.back(), "-----------------------------------");
+}
+
+TEST(NotificationBytes, ANestedRecordThatIsShorterThanItsSizeDoesNotMoveTheNext)
+{
+    auto declaration = new_declaration();
+    Owned<subscribe_expression> expression(subscribe_expression_new());
+    Owned<GArray> inner(subscribe_expression_serialize(expression.get()));
+    Owned<GArray> outer(event_declaration_serialize(declaration.get()));
+    Owned<GArray> bytes = array_of({0xFA, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1});
+    serialize_32bit(bytes.get(), inner->len + 3);
+    serialize_blob(bytes.get(), inner->data, inner->len);
+    serialize_blob(bytes.get(), "xyz", 3);
+    serialize_32bit(bytes.get(), outer->len);
+    serialize_blob(bytes.get(), outer->data, outer->len);
+    Owned<notification> read(notification_deserialize(bytes.get()));
+    EXPECT_STREQ(notification_get_value(read.get(), "topic0"), "Device");
+}
 
 } // namespace

@@ -185,4 +185,39 @@ TEST(PropertyStatePrint, HasItsLines)
                                             "---------------------------------------"));
 }
 
+TEST(PropertyStateExpressions, LockTheirStateOnceTheyWereAskedFor)
+{
+    LogCapture log;
+    Owned<property_state> state(property_state_new());
+    EXPECT_TRUE(property_state_add_key_value(state.get(), "mode", "day", TRUE));
+    EXPECT_TRUE(property_state_add_key_value(state.get(), "zone", "1", FALSE));
+    EXPECT_FALSE(property_state_add_key_value(state.get(), "zone", "2", FALSE));
+    EXPECT_FALSE(property_state_add_key_value(state.get(), "other", "2", TRUE));
+    EXPECT_TRUE(log.criticals().empty());
+    subscribe_expression *plain = property_state_get_subscribe_expression(state.get());
+    subscribe_expression *inverted = property_state_get_inverted_subscribe_expression(state.get());
+    EXPECT_FALSE(property_state_add_key_value(state.get(), "more", "2", FALSE));
+    EXPECT_THAT(log.criticals(),
+                ElementsAre("property_state_add_key_value: assertion '!self->locked' failed"));
+
+    auto matches = [](const char *mode, const char *zone, subscribe_expression *expression) {
+        Owned<event> event(event_new());
+        inspectable *content = event_get_inspectable(event.get());
+        if (mode)
+            inspectable_add_key_value(content, "mode", FALSE, mode, FALSE, FALSE);
+        inspectable_add_key_value(content, "zone", FALSE, zone, FALSE, FALSE);
+        return event_contains(event.get(), expression) == TRUE;
+    };
+    EXPECT_TRUE(matches("day", "1", plain));
+    EXPECT_FALSE(matches("night", "1", plain));
+    EXPECT_TRUE(matches("night", "1", inverted));
+    EXPECT_FALSE(matches("day", "1", inverted));
+    EXPECT_FALSE(matches("night", "2", inverted));
+    EXPECT_FALSE(matches(nullptr, "1", inverted));
+
+    Owned<GArray> bytes(property_state_serialize(state.get()));
+    Owned<property_state> read(property_state_deserialize(bytes.get()));
+    EXPECT_FALSE(property_state_add_key_value(read.get(), "more", "2", FALSE));
+}
+
 } // namespace

@@ -173,4 +173,53 @@ TEST(ExpressionPrint, AlignsItsIdAndSaysWhetherItIsClandestine)
                             "Clandestine: false", "---------------------------------------"));
 }
 
+TEST(ExpressionBytes, KeepItsRoutingDataAndXmlItsConditions)
+{
+    Owned<subscribe_expression> expression(subscribe_expression_new_full(TRUE));
+    subscribe_expression_set_id(expression.get(), 1);
+    subscribe_expression_set_dbus_service(expression.get(), ":1.2");
+    subscribe_expression_set_dbus_object(expression.get(), "/o");
+    subscribe_expression_set_consumer_token(expression.get(), 4);
+    subscribe_expression_add_not_value(expression.get(), "v");
+    Owned<GArray> bytes(subscribe_expression_serialize(expression.get()));
+    Owned<subscribe_expression> read(subscribe_expression_deserialize(bytes.get()));
+    Owned<subscribe_expression> copy(subscribe_expression_copy(read.get()));
+    EXPECT_EQ(subscribe_expression_get_id(copy.get()), 1u);
+    EXPECT_STREQ(subscribe_expression_get_dbus_service(copy.get()), ":1.2");
+    EXPECT_STREQ(subscribe_expression_get_dbus_object(copy.get()), "/o");
+    EXPECT_EQ(subscribe_expression_get_consumer_token(copy.get()), 4u);
+    EXPECT_TRUE(subscribe_expression_get_clandestine(copy.get()));
+    Owned<gchar> xml(subscribe_expression_serialize_xml(copy.get()));
+    Owned<subscribe_expression> from_xml(subscribe_expression_deserialize_xml(xml.get()));
+    EXPECT_EQ(subscribe_expression_get_id(from_xml.get()), 0u);
+    LogCapture log;
+    subscribe_expression_print(read.get());
+    EXPECT_THAT(log.messages(),
+                ElementsAre("---- Subscribe Expression (id:  1) ----", "[* != 'v']",
+                            "DBus Service: :1.2", "DBus Object: /o", "Consumer Token: 4",
+                            "Clandestine: true", "---------------------------------------"));
+}
+
+TEST(ExpressionArguments, ANullValueChangesNothing)
+{
+    LogCapture log;
+    Owned<subscribe_expression> expression(subscribe_expression_new());
+    EXPECT_FALSE(subscribe_expression_add_value(expression.get(), nullptr));
+    EXPECT_THAT(log.criticals(),
+                ElementsAre("subscribe_expression_add_value: assertion 'value != NULL' failed"));
+}
+
+TEST(ExpressionBuilders, ThePlainViewIsInReverseOrder)
+{
+    Owned<subscribe_expression> expression(subscribe_expression_new());
+    subscribe_expression_add_key_value(expression.get(), "a", "1");
+    subscribe_expression_or(expression.get());
+    subscribe_expression_add_key_value(expression.get(), "b", "2");
+    GList *raw = subscribe_expression_get_raw(expression.get());
+    auto *first = static_cast<key_value_raw *>(static_cast<GList *>(raw->data)->data);
+    EXPECT_STREQ(first->key, "b");
+    EXPECT_EQ(g_list_length(raw), 2u);
+    subscribe_expression_free_raw(raw);
+}
+
 } // namespace

@@ -10,6 +10,7 @@
 
 using namespace qandor::test;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 namespace {
 
@@ -71,6 +72,40 @@ TEST_F(XmlTextDeathTest, AnUnknownTypeEndsTheProcessAfterACritical)
     EXPECT_DEATH(event_utils_deserialize_xml("<event/>", IT_EVENT),
                  "Unknown type to deserialize: 1");
     EXPECT_DEATH(event_utils_deserialize_xml("<event/>", 4), "assertion failed: .FALSE");
+}
+
+TEST(XmlText, AWrongOneIsWarnedAboutAndGivesNothing)
+{
+    EXPECT_THAT(warnings_of("<broken", IT_EVENT_DECLARATION),
+                ElementsAre("Could not parse XML '<broken'"));
+    EXPECT_THAT(warnings_of("<subscribe><tag/></subscribe>", IT_EVENT_DECLARATION),
+                ElementsAre("Expected tag 'declare' and got 'subscribe'",
+                            HasSubstr("Failed when deserializing '<subscribe>")));
+    EXPECT_THAT(warnings_of("<declare/>", IT_EVENT_DECLARATION),
+                ElementsAre("There are no expressions in the xml", testing::_));
+    EXPECT_THAT(
+        warnings_of("<declare><other/></declare>", IT_EVENT_DECLARATION),
+        ElementsAre("Expected xml tag 'expression' or 'tag' and got 'declare'", testing::_));
+    EXPECT_THAT(
+        warnings_of("<declare><expression><x/></expression></declare>", IT_EVENT_DECLARATION),
+        ElementsAre("Expected xml tag 'keyvalue' but got 'x'", "Could not deserialize expression",
+                    testing::_));
+    EXPECT_THAT(warnings_of("<declare><expression/><expression/></declare>", IT_EVENT_DECLARATION),
+                ElementsAre("Only subscribe expressions support the OR statement.", testing::_));
+    EXPECT_THAT(warnings_of("<property><expression><keyvalue key='a'/></expression></property>",
+                            IT_PROPERTY_STATE),
+                ElementsAre("Expected to find 1 keyvalue tagged with 'property-state' but found 0",
+                            testing::_));
+    LogCapture log;
+    Owned<event_declaration> tagged(
+        event_declaration_deserialize_xml("<declare><tag tag='t'/></declare>"));
+    EXPECT_NE(tagged, nullptr);
+    EXPECT_TRUE(log.warnings().empty());
+}
+
+TEST_F(XmlTextDeathTest, AnEventHasNoXmlForm)
+{
+    EXPECT_DEATH(event_utils_deserialize_xml("<event/>", IT_EVENT), "FALSE");
 }
 
 } // namespace

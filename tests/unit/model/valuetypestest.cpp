@@ -116,4 +116,18 @@ TEST(CallbackParams, TakeCopiesOfWhatMayBeAbsent)
     callback_params_free(nullptr);
 }
 
+TEST(ValueTexts, EdgesAreWrittenAsPrintfWritesIt)
+{
+    const gdouble numbers[] = {
+        0.0,      -0.0,   1.0,     0.1,    1.0000005,      0.0000005,  2.0000005,
+        123456.7, -1e-9,  4e12,    9e12,   1e300,          -1e18,      0.5e-6,
+        1.5e-6,   2.5e-6, 1 / 3.0, 1e-320, 999999.9999999, G_MAXDOUBLE};
+    for (gdouble number : numbers) {
+        gchar expected[512];
+        g_ascii_formatd(expected, sizeof expected, "%f", number);
+        Owned<gchar> text(event_utils_value_type_to_string(&number, VALUE_TYPE_DOUBLE));
+        EXPECT_STREQ(text.get(), expected);
+    }
+}
+
 } // namespace
