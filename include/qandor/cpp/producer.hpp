@@ -81,7 +81,10 @@ struct PublicationFunctions {
 
 } // namespace detail
 
-/** A declaration that is known to its producer. It is taken back when this ends. */
+/**
+ * A declaration that is known to its producer. It is taken back when this ends, at once: what was
+ * sent in the same round of the main context has not gone yet, and finds nobody any more.
+ */
 class [[nodiscard]] Publication {
 public:
     Publication(Publication &&) noexcept = default;
