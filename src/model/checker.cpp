@@ -6,6 +6,8 @@
 
 #include <qandor/eventutils.h>
 
+#include <set>
+
 using namespace qandor;
 using wire::Checker;
 
@@ -95,13 +97,13 @@ const char *fault_of(const grammar::KeyValueFields &fields, bool wildcard_expect
 struct CheckedBucket {
     Checker &checker;
     bool wildcard;
+    std::string_view name{}; // the key of all, or the value of key wildcards
 
     std::size_t count() const { return 0; }
     template <class Visit> void each(guint32 count, Visit visit)
     {
         if (count == 0)
             checker.fail("a bucket is empty");
-        std::string_view name;
         for (guint32 i = 0; i < count && !checker.failed(); ++i) {
             std::size_t place = checker.offset();
             CheckedKeyValue key_value{{}, {checker, true}};
@@ -134,8 +136,15 @@ struct CheckedBuckets {
     {
         if (count > 0 && !allowed)
             checker.fail("key wildcards stand outside a subscribe expression");
-        for (guint32 i = 0; i < count && !checker.failed(); ++i)
-            visit(CheckedBucket{checker, wildcard});
+        std::set<std::string_view> names;
+        for (guint32 i = 0; i < count && !checker.failed(); ++i) {
+            std::size_t place = checker.offset();
+            CheckedBucket bucket{checker, wildcard};
+            visit(bucket);
+            // A reader puts the second in the place of the first, which nobody would know of.
+            if (!checker.failed() && !names.insert(bucket.name).second)
+                checker.fail_at(place, "a bucket of the same key came before");
+        }
     }
 };
 

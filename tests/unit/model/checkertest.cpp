@@ -287,6 +287,32 @@ TEST(Checker, RefusesBucketsThatMakeNoSense)
     EXPECT_FALSE(is_accepted(RecordKind::SubscribeExpression, to_bytes(misplaced)));
 }
 
+// The second would take the place of the first when it is read.
+TEST(Checker, RefusesASecondBucketOfAKeyOrAValueInAnAndList)
+{
+    PlainKeyValue keyed, wildcard;
+    keyed.key = "a";
+    wildcard.key_wildcard = 1;
+    wildcard.value = "v";
+    for (const PlainKeyValue &record : {keyed, wildcard}) {
+        PlainExpression expression = expression_of(record);
+        PlainAndList &list = expression.content.and_lists[0];
+        (record.key_wildcard ? list.wildcards : list.keyed)["again"] = {record};
+        EXPECT_FALSE(is_accepted(RecordKind::SubscribeExpression, to_bytes(expression)));
+        expression.content.and_lists = {expression_of(record).content.and_lists[0],
+                                        expression_of(record).content.and_lists[0]};
+        EXPECT_TRUE(is_accepted(RecordKind::SubscribeExpression, to_bytes(expression)))
+            << "alternatives may have the same keys";
+    }
+    PlainExpression both = expression_of(keyed);
+    keyed.key = "";
+    both.content.and_lists[0].keyed[""] = {keyed};
+    wildcard.value = "";
+    both.content.and_lists[0].wildcards[""] = {wildcard};
+    EXPECT_TRUE(is_accepted(RecordKind::SubscribeExpression, to_bytes(both)))
+        << "a key and a value may be the same text";
+}
+
 TEST(Checker, WantsTheInspectableOfTheRecordsOwnType)
 {
     for (int type : {0, 1, 2, 3, 4}) {
