@@ -5,6 +5,7 @@
 #include "bus/buseventsource.hpp"
 #include "bus/callwindow.hpp"
 #include "bus/errors.hpp"
+#include "bus/heldsignals.hpp"
 #include "platform/check.hpp"
 #include "platform/owners.hpp"
 
@@ -37,6 +38,7 @@ int connect_to_bus_and_attach_events(GSource **source, sd_bus **bus, GError **er
     CHECK(source != NULL);
     CHECK(bus != NULL);
 
+    HeldSignals held;
     int r = sd_bus_open_system(bus);
     if (r < 0) {
         set_bus_error(error, r, "Failed to connect to bus");
@@ -70,6 +72,7 @@ void disconnect_from_bus_and_detach_events(GSource *source, sd_bus *bus)
 {
     CHECK(source != NULL);
     CHECK(bus != NULL);
+    HeldSignals held;
     std::shared_ptr<CallWindow> window = CallWindow::close(bus);
     if (window)
         window->send_the_rest();

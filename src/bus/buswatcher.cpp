@@ -2,6 +2,7 @@
 
 // The watch over the event switch's name.
 
+#include "bus/heldsignals.hpp"
 #include "platform/check.hpp"
 
 #include <qandor/busconnection.h>
@@ -51,6 +52,7 @@ int watch_bus_driver(sd_bus *bus, bus_driver_watcher *watcher)
 {
     CHECK(bus != NULL);
     CHECK(watcher != NULL);
+    qandor::HeldSignals held;
     int r;
     do
         r = sd_bus_add_match(bus, nullptr, rule, driver_name_owner_changed, watcher);

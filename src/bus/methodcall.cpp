@@ -3,6 +3,7 @@
 #include "bus/methodcall.hpp"
 
 #include "bus/callwindow.hpp"
+#include "bus/heldsignals.hpp"
 #include "platform/check.hpp"
 #include "platform/log.hpp"
 
@@ -62,6 +63,7 @@ void log_failed_call(sd_bus_message *message, int r)
 
 int MethodCall::send_and_wait(sd_bus_error *error, sd_bus_message **reply)
 {
+    HeldSignals held;
     return sd_bus_call(bus_, message_.get(), call_timeout_usec, error, reply);
 }
 

@@ -2,6 +2,7 @@
 
 #include "bus/sendercredentials.hpp"
 
+#include "bus/heldsignals.hpp"
 #include "platform/check.hpp"
 #include "platform/log.hpp"
 #include "platform/owners.hpp"
@@ -9,6 +10,7 @@
 guint32 qandor::get_uid_from_message(sd_bus_message *call)
 {
     CHECK(call);
+    HeldSignals held;
     sd_bus_creds *creds = nullptr;
     int r = sd_bus_query_sender_creds(call, SD_BUS_CREDS_UID | SD_BUS_CREDS_EUID, &creds);
     CHECK_TEXT(r >= 0,
