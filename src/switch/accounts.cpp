@@ -9,7 +9,7 @@ namespace {
 
 constexpr guint64 Usage::*parts[] = {
     &Usage::peers,     &Usage::declarations, &Usage::subscriptions,  &Usage::stored_bytes,
-    &Usage::questions, &Usage::key_names,    &Usage::declared_bytes,
+    &Usage::questions, &Usage::key_names,    &Usage::declared_bytes, &Usage::waiting_bytes,
 };
 
 struct Bound {
@@ -25,6 +25,7 @@ constexpr Bound own_bounds[] = {
     {&Usage::stored_bytes, &Limits::stored_bytes, "stored bytes"},
     {&Usage::questions, &Limits::questions, "questions for a state"},
     {&Usage::key_names, &Limits::key_names, "new key names"},
+    {&Usage::waiting_bytes, &Limits::stored_bytes, "bytes of calls that wait"},
 };
 
 // Whether more would pass the limit. What adds nothing to it may be over it already.

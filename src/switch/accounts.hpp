@@ -25,6 +25,7 @@ struct Usage {
     guint64 questions = 0;
     guint64 key_names = 0;
     guint64 declared_bytes = 0; // the part of the stored bytes that is declarations
+    guint64 waiting_bytes = 0;  // of calls that wait for their turn
 
     Usage &operator+=(const Usage &other);
     Usage &operator-=(const Usage &other);

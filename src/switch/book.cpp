@@ -115,8 +115,9 @@ const Declaration &Book::declare(const Peer &peer, DeclarationOwner record)
     std::string bytes = take(event_declaration_serialize(record.get()));
     Charge charge = accounts_.charge(peer.uid, usage_of_declaration(bytes.size()));
     producer.global_ids[local_id] = global_id;
-    Declaration declaration{global_id,         local_id,         producer.id,      peer.address,
-                            std::move(record), std::move(bytes), std::move(charge)};
+    Declaration declaration{
+        global_id,         local_id,         producer.id,      producer.peer.address,
+        std::move(record), std::move(bytes), std::move(charge)};
     declaration_index_.add(global_id, content_of(declaration.record));
     return declarations_.emplace(global_id, std::move(declaration)).first->second;
 }
@@ -181,7 +182,7 @@ const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionO
     std::string bytes = take(subscribe_expression_serialize(record.get()));
     Charge charge = accounts_.charge(peer.uid, usage_of_subscription(bytes.size()));
     Subscription subscription{
-        id, token, address, std::move(record), std::move(bytes), std::move(charge)};
+        id, token, consumer.peer.address, std::move(record), std::move(bytes), std::move(charge)};
     subscription_index_.add(id, content_of(subscription.record.get()));
     return subscriptions_.emplace(id, std::move(subscription)).first->second;
 }

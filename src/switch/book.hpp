@@ -45,7 +45,7 @@ struct Declaration {
     guint32 global_id;
     guint32 local_id;
     guint32 producer_id;
-    PeerAddress producer;
+    const PeerAddress &producer; // as it stands with the producer
     DeclarationOwner record;
     std::string bytes; // serialized with all its ids
     Charge charge;
@@ -54,9 +54,9 @@ struct Declaration {
 struct Subscription {
     guint32 id;
     guint32 token;
-    PeerAddress consumer;
-    ExpressionOwner record; // with its id and the way to its consumer filled in
-    std::string bytes;      // the same, serialized
+    const PeerAddress &consumer; // likewise
+    ExpressionOwner record;      // with its id and the way to its consumer filled in
+    std::string bytes;           // the same, serialized
     Charge charge;
 };
 

@@ -4,6 +4,8 @@
 
 #include "switch/log.hpp"
 
+#include <qandor/serialize.h>
+
 #include <cstring>
 
 namespace qandor {
@@ -22,93 +24,120 @@ BusMessageOwner new_call(sd_bus *bus, const PeerAddress &peer, const char *inter
     return BusMessageOwner(made);
 }
 
-template <class... Arguments>
-BusMessageOwner new_producer_call(sd_bus *bus, const Declaration &declaration, const char *member,
-                                  const char *types, Arguments... arguments)
+void send(sd_bus *bus, BusMessageOwner call)
 {
-    BusMessageOwner call = new_call(bus, declaration.producer, producer_interface, member);
-    if (call)
-        sd_bus_message_append(call.get(), types, arguments...);
-    return call;
-}
-
-GArray *serialize_notification(const Subscription &subscription, const Declaration &declaration,
-                               notification_type type)
-{
-    NotificationOwner notification(notification_new());
-    gint64 now = g_get_real_time();
-    notification_set_timestamp(notification.get(), static_cast<glong>(now / G_USEC_PER_SEC),
-                               static_cast<glong>(now % G_USEC_PER_SEC));
-    notification_set_subscription_id(notification.get(), subscription.id);
-    notification_set_declaration_id(notification.get(), declaration.global_id);
-    notification_set_type(notification.get(), type);
-    notification_set_subscribe_expression(notification.get(), subscription.record.get());
-    notification_set_declaration(notification.get(), declaration.record.get());
-    return notification_serialize(notification.get());
-}
-
-} // namespace
-
-void BusPost::send(BusMessageOwner message)
-{
-    int r = message ? sd_bus_message_set_expect_reply(message.get(), 0) : -ENOMEM;
+    int r = call ? sd_bus_message_set_expect_reply(call.get(), 0) : -ENOMEM;
     if (r >= 0)
-        r = sd_bus_send(bus_, message.get(), nullptr);
+        r = sd_bus_send(bus, call.get(), nullptr);
     if (r < 0)
         log_line(LogLevel::Warning, "cannot tell a peer: %s", std::strerror(-r));
 }
 
+void append_bytes_and_number(sd_bus_message *call, std::string_view bytes, guint32 number)
+{
+    if (!call)
+        return;
+    sd_bus_message_append_array(call, 'y', bytes.data(), bytes.size());
+    sd_bus_message_append(call, "u", number);
+}
+
+// A notification but for its records.
+struct NotificationHead {
+    gint64 time; // in microseconds
+    guint32 subscription_id;
+    guint32 global_id;
+    notification_type type;
+};
+
+void append_nested(GArray *record, const std::string &nested)
+{
+    auto size = static_cast<guint32>(nested.size());
+    serialize_32bit(record, size);
+    serialize_blob(record, nested.data(), size);
+}
+
+// The records are serialized already and stand in it as they are.
+ArrayOwner serialize(const NotificationHead &head, const std::string &expression,
+                     const std::string &declaration)
+{
+    ArrayOwner record(serialize_create_array());
+    serialize_8bit(record.get(), SERIALIZE_ID_NOTIFICATION);
+    serialize_16bit(record.get(), 0); // no payload
+    serialize_32bit(record.get(), static_cast<guint32>(head.time / G_USEC_PER_SEC));
+    serialize_32bit(record.get(), static_cast<guint32>(head.time % G_USEC_PER_SEC));
+    serialize_32bit(record.get(), head.subscription_id);
+    serialize_32bit(record.get(), head.global_id);
+    serialize_8bit(record.get(), head.type == NOTIFY_DECLARATION_REMOVED);
+    append_nested(record.get(), expression);
+    append_nested(record.get(), declaration);
+    return record;
+}
+
+} // namespace
+
+template <class... Arguments>
+void BusPost::call_producer(const Declaration &declaration, const char *member, const char *types,
+                            Arguments... arguments)
+{
+    outbox_.add([=, bus = bus_, producer = producers_.of(declaration.producer)] {
+        BusMessageOwner call = new_call(bus, *producer, producer_interface, member);
+        if (call)
+            sd_bus_message_append(call.get(), types, arguments...);
+        send(bus, std::move(call));
+    });
+}
+
 void BusPost::global_declare_id(const Declaration &declaration)
 {
-    send(new_producer_call(bus_, declaration, "GlobalDeclareId", "uuu", declaration.local_id,
-                           declaration.global_id, declaration.producer_id));
+    call_producer(declaration, "GlobalDeclareId", "uuu", declaration.local_id,
+                  declaration.global_id, declaration.producer_id);
 }
 
 void BusPost::declaration_complete(const Declaration &declaration)
 {
-    send(new_producer_call(bus_, declaration, "DeclarationComplete", "uu", declaration.local_id,
-                           declaration.global_id));
+    call_producer(declaration, "DeclarationComplete", "uu", declaration.local_id,
+                  declaration.global_id);
 }
 
-BusMessageOwner BusPost::new_subscribe_call(sd_bus *bus, const Declaration &declaration,
-                                            std::string_view expression)
+void BusPost::unsubscribe(const Declaration &declaration, guint32 subscription_id)
 {
-    BusMessageOwner call = new_call(bus, declaration.producer, producer_interface, "Subscribe");
-    if (call) {
-        sd_bus_message_append_array(call.get(), 'y', expression.data(), expression.size());
-        sd_bus_message_append(call.get(), "u", declaration.local_id);
-    }
+    call_producer(declaration, "Unsubscribe", "uu", subscription_id, declaration.local_id);
+}
+
+void BusPost::refresh_property(const Declaration &declaration, guint32 subscription_id)
+{
+    call_producer(declaration, "RefreshProperty", "uu", subscription_id, declaration.local_id);
+}
+
+BusMessageOwner BusPost::new_subscribe_call(sd_bus *bus, const PeerAddress &producer,
+                                            std::string_view expression, guint32 local_id)
+{
+    BusMessageOwner call = new_call(bus, producer, producer_interface, "Subscribe");
+    append_bytes_and_number(call.get(), expression, local_id);
     return call;
 }
 
 void BusPost::subscribe(const Declaration &declaration, const Subscription &subscription)
 {
-    send(new_subscribe_call(bus_, declaration, subscription.bytes));
-}
-
-void BusPost::unsubscribe(const Declaration &declaration, guint32 subscription_id)
-{
-    send(new_producer_call(bus_, declaration, "Unsubscribe", "uu", subscription_id,
-                           declaration.local_id));
-}
-
-void BusPost::refresh_property(const Declaration &declaration, guint32 subscription_id)
-{
-    send(new_producer_call(bus_, declaration, "RefreshProperty", "uu", subscription_id,
-                           declaration.local_id));
+    outbox_.add([bus = bus_, producer = producers_.of(declaration.producer),
+                 expression = subscriptions_.of(subscription.bytes),
+                 local_id = declaration.local_id] {
+        send(bus, new_subscribe_call(bus, *producer, *expression, local_id));
+    });
 }
 
 void BusPost::notify(const Subscription &subscription, const Declaration &declaration,
                      notification_type type)
 {
-    BusMessageOwner call =
-        new_call(bus_, subscription.consumer, consumer_interface, "Notification");
-    ArrayOwner bytes(serialize_notification(subscription, declaration, type));
-    if (call) {
-        sd_bus_message_append_array(call.get(), 'y', bytes->data, bytes->len);
-        sd_bus_message_append(call.get(), "u", subscription.token);
-    }
-    send(std::move(call));
+    NotificationHead head{g_get_real_time(), subscription.id, declaration.global_id, type};
+    outbox_.add([bus = bus_, head, consumer = consumers_.of(subscription.consumer),
+                 expression = subscriptions_.of(subscription.bytes),
+                 declared = declarations_.of(declaration.bytes), token = subscription.token] {
+        ArrayOwner bytes = serialize(head, *expression, *declared);
+        BusMessageOwner call = new_call(bus, *consumer, consumer_interface, "Notification");
+        append_bytes_and_number(call.get(), {bytes->data, bytes->len}, token);
+        send(bus, std::move(call));
+    });
 }
 
 } // namespace qandor

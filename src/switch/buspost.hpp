@@ -1,20 +1,22 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The switch's calls to its peers. They ask for no answer: a slow peer costs no slot at the bus and
-// holds nobody up.
+// The switch's calls to its peers, which go out through the outbox. They ask for no answer: a slow
+// peer costs no slot at the bus and holds nobody up.
 #pragma once
 
 #include "switch/book.hpp"
+#include "switch/outbox.hpp"
 
 #include <systemd/sd-bus.h>
 
+#include <memory>
 #include <string_view>
 
 namespace qandor {
 
 class BusPost : public Post {
 public:
-    explicit BusPost(sd_bus *bus) : bus_(bus) {}
+    BusPost(sd_bus *bus, Outbox &outbox) : bus_(bus), outbox_(outbox) {}
 
     void global_declare_id(const Declaration &declaration) override;
     void declaration_complete(const Declaration &declaration) override;
@@ -25,13 +27,33 @@ public:
                 notification_type type) override;
 
     // A Subscribe call to a declaration's producer, ready to be sent.
-    static BusMessageOwner new_subscribe_call(sd_bus *bus, const Declaration &declaration,
-                                              std::string_view expression);
+    static BusMessageOwner new_subscribe_call(sd_bus *bus, const PeerAddress &producer,
+                                              std::string_view expression, guint32 local_id);
 
 private:
-    void send(BusMessageOwner message);
+    // Keeps things as they are now for what is sent later. Many are told of the same, one behind
+    // the other, and share a copy.
+    template <class Thing> class Copies {
+    public:
+        std::shared_ptr<const Thing> of(const Thing &thing)
+        {
+            if (!last_ || *last_ != thing)
+                last_ = std::make_shared<const Thing>(thing);
+            return last_;
+        }
+
+    private:
+        std::shared_ptr<const Thing> last_;
+    };
+
+    template <class... Arguments>
+    void call_producer(const Declaration &declaration, const char *member, const char *types,
+                       Arguments... arguments);
 
     sd_bus *bus_;
+    Outbox &outbox_;
+    Copies<PeerAddress> producers_, consumers_;
+    Copies<std::string> declarations_, subscriptions_;
 };
 
 } // namespace qandor

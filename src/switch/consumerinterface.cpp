@@ -8,6 +8,12 @@
 namespace qandor {
 namespace {
 
+// With the way to its consumer, which is filled in.
+std::size_t stored_bytes(Request &request, const PeerAddress &consumer)
+{
+    return request.record()->len + consumer.name.size() + consumer.object.size();
+}
+
 int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
@@ -17,7 +23,8 @@ int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
         return request.refusal();
     guint32 token = request.read_number();
     if (!request.read_record(RecordKind::SubscribeExpression) ||
-        !request.admit(book.refusal_to_subscribe(peer, token, request.record()->len)) ||
+        !request.admit(
+            book.refusal_to_subscribe(peer, token, stored_bytes(request, peer.address))) ||
         !request.admit_key_names())
         return request.refusal();
     ExpressionOwner record(subscribe_expression_deserialize(request.record()));
@@ -78,31 +85,35 @@ int get_property_state(sd_bus_message *call, void *userdata, sd_bus_error *)
 int get_all_declarations(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    return request.answer_bytes(request.service().book.list_declarations());
+    return request.answer_later(
+        [&book = request.service().book] { return book.list_declarations(); });
 }
 
 int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    return request.answer_bytes(request.service().folders.list());
+    return request.answer_later([&folders = request.service().folders] { return folders.list(); });
 }
 
 } // namespace
 
 const sd_bus_vtable consumer_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Subscribe", "ssuay", nullptr, subscribe, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Unsubscribe", "su", nullptr, unsubscribe, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("RefreshProperty", "su", nullptr, refresh_property, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Disconnect", "s", nullptr, disconnect, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetPropertyState", "ay", "ay", get_property_state, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Subscribe", "ssuay", nullptr, in_turn<subscribe>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Unsubscribe", "su", nullptr, in_turn<unsubscribe>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RefreshProperty", "su", nullptr, in_turn<refresh_property>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Disconnect", "s", nullptr, in_turn<disconnect>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetPropertyState", "ay", "ay", in_turn<get_property_state>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
 const sd_bus_vtable query_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("GetAllDeclarations", "", "ay", get_all_declarations, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetDeclarationTypes", "", "ay", get_declaration_types,
+    SD_BUS_METHOD("GetAllDeclarations", "", "ay", in_turn<get_all_declarations>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetDeclarationTypes", "", "ay", in_turn<get_declaration_types>,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };

@@ -13,7 +13,8 @@ struct Limits {
     guint64 peers = 512;              // objects that declare or subscribe
     guint64 declarations = 4096;
     guint64 subscriptions = 4096;
-    guint64 stored_bytes = 16 << 20;       // of declarations and subscriptions, serialized
+    // Of declarations and subscriptions, serialized; and as many of calls that wait.
+    guint64 stored_bytes = 16 << 20;
     guint64 questions = 64;                // for a property's state, under way
     guint64 key_names = 16384;             // that nobody had used before: they are never given back
     guint64 total_stored_bytes = 24 << 20; // of all users' declarations

@@ -37,10 +37,18 @@ void write_line(LogLevel level, const char *line)
         std::fprintf(stderr, "event-switch: %s\n", line);
 }
 
+LogLevel level_of(GLogLevelFlags flags)
+{
+    if (flags & (G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL))
+        return LogLevel::Error;
+    if (flags & G_LOG_LEVEL_WARNING)
+        return LogLevel::Warning;
+    return flags & G_LOG_LEVEL_DEBUG ? LogLevel::Debug : LogLevel::Info;
+}
+
 void write_library_line(const gchar *, GLogLevelFlags flags, const gchar *message, gpointer)
 {
-    bool is_notice = flags & (G_LOG_LEVEL_MESSAGE | G_LOG_LEVEL_INFO | G_LOG_LEVEL_DEBUG);
-    write_line(is_notice ? LogLevel::Info : LogLevel::Warning, message);
+    write_line(level_of(flags), message);
 }
 
 } // namespace

@@ -96,6 +96,24 @@ bool take_name(sd_bus *bus)
     return false;
 }
 
+// As sd_bus_open_system() does, but for files that come with messages: nobody has any to pass, and
+// calls that wait would keep them open.
+int open_bus(sd_bus **bus)
+{
+    const char *address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    int r = sd_bus_new(bus);
+    if (r >= 0)
+        r = sd_bus_set_address(*bus, address ? address : "unix:path=/run/dbus/system_bus_socket");
+    if (r >= 0)
+        r = sd_bus_set_bus_client(*bus, 1);
+    if (r >= 0)
+        r = sd_bus_negotiate_fds(*bus, 0);
+    // What is left at the end is flushed here, unless the bus takes nothing more.
+    if (r >= 0)
+        r = sd_bus_set_close_on_exit(*bus, 0);
+    return r < 0 ? r : sd_bus_start(*bus);
+}
+
 int run(const Options &options, const Configuration &configuration)
 {
     sd_event *event = nullptr;
@@ -103,15 +121,13 @@ int run(const Options &options, const Configuration &configuration)
         return EXIT_FAILURE;
     EventLoopOwner event_owner(event);
     sd_bus *bus = nullptr;
-    if (!succeeds(sd_bus_open_system(&bus), "connect to the system bus"))
-        return EXIT_FAILURE;
+    int opened = open_bus(&bus);
     BusOwner bus_owner(bus);
+    if (!succeeds(opened, "connect to the system bus"))
+        return EXIT_FAILURE;
 
     Service service(bus, configuration);
-    Notifier notifier(event, [&book = service.book] {
-        return Counts{book.producers().size(), book.declarations().size(), book.consumers().size(),
-                      book.subscriptions().size()};
-    });
+    Notifier notifier(event, [&service] { return service.counts(); });
     Reloading reloading{options, service, notifier};
     if (!succeeds(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "attach the bus") ||
         !watch_for_the_end(event, bus) ||
@@ -124,6 +140,8 @@ int run(const Options &options, const Configuration &configuration)
     log_line(LogLevel::Info, "serving %s", DBUS_SERVICE_SWITCH);
     int status = sd_event_loop(event);
     notifier.stopping();
+    if (status != EXIT_SUCCESS)
+        sd_bus_close(bus);
     return status < 0 ? EXIT_FAILURE : status;
 }
 

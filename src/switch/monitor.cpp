@@ -21,24 +21,67 @@ constexpr const char *interface = "com.vemo.Event.Switch.Monitor";
 constexpr guint64 telling_usec = 100 * 1000;
 constexpr const char *see_who_listens = "see who listens to what";
 
-Monitor &monitor_of(void *userdata)
+Service &service_of(void *userdata)
 {
-    return *static_cast<Monitor *>(userdata);
+    return *static_cast<Service *>(userdata);
 }
 
-// The properties in the order of the counts.
-constexpr const char *property_names[] = {"Producers", "Consumers", "Declarations",
-                                          "Subscriptions"};
+struct Property {
+    const char *name;
+    std::size_t Counts::*count;
+};
+constexpr Property properties[] = {
+    {"Producers", &Counts::producers},
+    {"Consumers", &Counts::consumers},
+    {"Declarations", &Counts::declarations},
+    {"Subscriptions", &Counts::subscriptions},
+};
 
 int get_count(sd_bus *, const char *, const char *, const char *property, sd_bus_message *reply,
               void *userdata, sd_bus_error *)
 {
-    Monitor::Counts counts = monitor_of(userdata).counts();
-    for (std::size_t i = 0; i < counts.size(); ++i)
-        if (g_str_equal(property, property_names[i]))
-            return sd_bus_message_append(reply, "u", counts[i]);
+    Counts counts = service_of(userdata).counts();
+    for (const Property &one : properties)
+        if (g_str_equal(property, one.name))
+            return sd_bus_message_append(reply, "u", static_cast<guint32>(counts.*one.count));
     return -ENOENT;
 }
+
+void tell_change(sd_bus *bus, const Counts &before, const Counts &now)
+{
+    std::vector<char *> changed;
+    for (const Property &one : properties)
+        if (before.*one.count != now.*one.count)
+            changed.push_back(const_cast<char *>(one.name));
+    if (changed.empty())
+        return;
+    changed.push_back(nullptr);
+    int r = sd_bus_emit_properties_changed_strv(bus, DBUS_OBJECT_SWITCH, interface, changed.data());
+    if (r < 0)
+        log_line(LogLevel::Warning, "cannot tell that counts have changed: %s", std::strerror(-r));
+}
+
+// A stock bus takes messages of at most 32 MiB and throws out who sends a larger one. A list that
+// would be larger ends before.
+class Room {
+public:
+    // Whether a row of so many texts and ids still fits.
+    bool take(std::size_t texts, std::size_t ids)
+    {
+        std::size_t size = row + texts + ids * sizeof(guint32);
+        bool fits = size <= left_;
+        if (fits)
+            left_ -= size;
+        else
+            log_line(LogLevel::Warning, "a list is too long for the bus and is cut short");
+        return fits;
+    }
+
+private:
+    static constexpr std::size_t row = 64; // its other members
+
+    std::size_t left_ = 30 << 20;
+};
 
 // A list as the answer to a call: rows of the types, each appended by its function.
 template <class Append> int answer_list(sd_bus_message *call, const char *types, Append append)
@@ -48,9 +91,10 @@ template <class Append> int answer_list(sd_bus_message *call, const char *types,
     if (r < 0)
         return r;
     BusMessageOwner owner(reply);
+    Room room;
     r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, types);
     if (r >= 0)
-        r = append(reply);
+        r = append(reply, room);
     if (r >= 0)
         r = sd_bus_message_close_container(reply);
     return r < 0 ? r : sd_bus_send(nullptr, reply, nullptr);
@@ -65,6 +109,11 @@ template <class Ids, class IdOf> int append_ids(sd_bus_message *reply, const Ids
     return r < 0 ? r : sd_bus_message_close_container(reply);
 }
 
+std::size_t texts_of(const Peer &peer)
+{
+    return peer.address.name.size() + peer.address.object.size() + peer.title.size();
+}
+
 int append_peer(sd_bus_message *reply, const Peer &peer)
 {
     return sd_bus_message_append(reply, "sssuu", peer.address.name.c_str(),
@@ -74,10 +123,12 @@ int append_peer(sd_bus_message *reply, const Peer &peer)
 
 int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    const Book &book = monitor_of(userdata).service().book;
-    return answer_list(call, "(sssuuuau)", [&](sd_bus_message *reply) {
+    const Book &book = service_of(userdata).book;
+    return answer_list(call, "(sssuuuau)", [&](sd_bus_message *reply, Room &room) {
         int r = 0;
         for (const auto &[address, producer] : book.producers()) {
+            if (!room.take(texts_of(producer.peer), producer.global_ids.size()))
+                break;
             r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuuau");
             if (r >= 0)
                 r = append_peer(reply, producer.peer);
@@ -97,13 +148,15 @@ int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
 
 int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Service &service = monitor_of(userdata).service();
+    Service &service = service_of(userdata);
     Request request(call, &service);
     if (!request.check_sender_is_trusted(see_who_listens))
         return request.refusal();
-    return answer_list(call, "(sssuuau)", [&](sd_bus_message *reply) {
+    return answer_list(call, "(sssuuau)", [&](sd_bus_message *reply, Room &room) {
         int r = 0;
         for (const auto &[address, consumer] : service.book.consumers()) {
+            if (!room.take(texts_of(consumer.peer), consumer.subscription_ids.size()))
+                break;
             r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuau");
             if (r >= 0)
                 r = append_peer(reply, consumer.peer);
@@ -120,7 +173,7 @@ int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
 }
 
 int append_subscription(sd_bus_message *reply, const Subscription &subscription,
-                        const std::vector<const Declaration *> &matching)
+                        const std::string &text, const std::vector<const Declaration *> &matching)
 {
     const subscribe_expression *expression = subscription.record.get();
     int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "ussubsau");
@@ -128,8 +181,7 @@ int append_subscription(sd_bus_message *reply, const Subscription &subscription,
         r = sd_bus_message_append(reply, "ussubs", subscription.id,
                                   subscription.consumer.name.c_str(),
                                   subscription.consumer.object.c_str(), subscription.token,
-                                  subscribe_expression_get_clandestine(expression),
-                                  to_text(expression_of(expression)).c_str());
+                                  subscribe_expression_get_clandestine(expression), text.c_str());
     if (r >= 0)
         r = append_ids(reply, matching,
                        [](const Declaration *declaration) { return declaration->global_id; });
@@ -138,15 +190,20 @@ int append_subscription(sd_bus_message *reply, const Subscription &subscription,
 
 int list_subscriptions(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Service &service = monitor_of(userdata).service();
+    Service &service = service_of(userdata);
     Request request(call, &service);
     if (!request.check_sender_is_trusted(see_who_listens))
         return request.refusal();
-    return answer_list(call, "(ussubsau)", [&](sd_bus_message *reply) {
+    return answer_list(call, "(ussubsau)", [&](sd_bus_message *reply, Room &room) {
         int r = 0;
         for (const auto &[id, subscription] : service.book.subscriptions()) {
-            r = append_subscription(reply, subscription,
-                                    service.book.find_declarations(subscription.record.get()));
+            const PeerAddress &consumer = subscription.consumer;
+            std::string text = to_text(expression_of(subscription.record.get()));
+            auto matching = service.book.find_declarations(subscription.record.get());
+            if (!room.take(consumer.name.size() + consumer.object.size() + text.size(),
+                           matching.size()))
+                break;
+            r = append_subscription(reply, subscription, text, matching);
             if (r < 0)
                 break;
         }
@@ -181,13 +238,13 @@ int append_limits(sd_bus_message *reply, guint32 uid, const Usage &usage, const 
 // Everybody may see what he uses himself.
 int list_limits(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    Service &service = monitor_of(userdata).service();
+    Service &service = service_of(userdata);
     Request request(call, &service);
     Sender sender{};
     if (!request.find_sender(sender))
         return request.refusal();
     bool sees_all = sender.uid == 0 || sender.uid == geteuid();
-    return answer_list(call, "(ustt)", [&](sd_bus_message *reply) {
+    return answer_list(call, "(ustt)", [&](sd_bus_message *reply, Room &) {
         int r = 0;
         for (const auto &[uid, usage] : service.accounts.usages())
             if (r >= 0 && (sees_all || uid == sender.uid))
@@ -206,67 +263,31 @@ const sd_bus_vtable vtable[] = {
     SD_BUS_PROPERTY("Consumers", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_PROPERTY("Declarations", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_PROPERTY("Subscriptions", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
-    SD_BUS_METHOD("ListProducers", "", "a(sssuuuau)", list_producers, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListConsumers", "", "a(sssuuau)", list_consumers, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListSubscriptions", "", "a(ussubsau)", list_subscriptions,
+    SD_BUS_METHOD("ListProducers", "", "a(sssuuuau)", in_turn<list_producers>,
                   SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListLimits", "", "a(ustt)", list_limits, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListConsumers", "", "a(sssuuau)", in_turn<list_consumers>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListSubscriptions", "", "a(ussubsau)", in_turn<list_subscriptions>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListLimits", "", "a(ustt)", in_turn<list_limits>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
 } // namespace
 
-Monitor::Counts Monitor::counts() const
+Monitor::Monitor(Service &service)
+    : service_(service), watch_([&service] { return service.counts(); }, telling_usec,
+                                [&service](const Counts &before, const Counts &now) {
+                                    tell_change(service.bus, before, now);
+                                })
 {
-    const Book &book = service_.book;
-    return {static_cast<guint32>(book.producers().size()),
-            static_cast<guint32>(book.consumers().size()),
-            static_cast<guint32>(book.declarations().size()),
-            static_cast<guint32>(book.subscriptions().size())};
 }
 
 int Monitor::serve()
 {
-    sd_event_source *made = nullptr;
     int r = sd_bus_add_object_vtable(service_.bus, nullptr, DBUS_OBJECT_SWITCH, interface, vtable,
-                                     this);
-    if (r >= 0)
-        r = sd_event_add_post(sd_bus_get_event(service_.bus), &made, look_for_change, this);
-    look_.reset(made);
-    return r;
-}
-
-// After whatever the switch has done.
-int Monitor::look_for_change(sd_event_source *, void *data)
-{
-    Monitor &monitor = monitor_of(data);
-    if (monitor.timer_ || monitor.counts() == monitor.told_)
-        return 0;
-    sd_event_source *timer = nullptr;
-    sd_event_add_time_relative(sd_bus_get_event(monitor.service_.bus), &timer, CLOCK_MONOTONIC,
-                               telling_usec, 0, tell_change, &monitor);
-    monitor.timer_.reset(timer);
-    return 0;
-}
-
-int Monitor::tell_change(sd_event_source *, uint64_t, void *data)
-{
-    Monitor &monitor = monitor_of(data);
-    monitor.timer_.reset();
-    Counts counts = monitor.counts();
-    std::vector<char *> changed;
-    for (std::size_t i = 0; i < counts.size(); ++i)
-        if (counts[i] != monitor.told_[i])
-            changed.push_back(const_cast<char *>(property_names[i]));
-    changed.push_back(nullptr);
-    monitor.told_ = counts;
-    if (changed.size() == 1)
-        return 0;
-    int r = sd_bus_emit_properties_changed_strv(monitor.service_.bus, DBUS_OBJECT_SWITCH, interface,
-                                                changed.data());
-    if (r < 0)
-        log_line(LogLevel::Warning, "cannot tell that counts have changed: %s", std::strerror(-r));
-    return 0;
+                                     &service_);
+    return r < 0 ? r : watch_.begin(sd_bus_get_event(service_.bus));
 }
 
 } // namespace qandor

@@ -5,11 +5,7 @@
 // the switch's own user alone.
 #pragma once
 
-#include "platform/owners.hpp"
-
-#include <systemd/sd-bus.h>
-
-#include <array>
+#include "switch/countwatch.hpp"
 
 namespace qandor {
 
@@ -17,26 +13,14 @@ class Service;
 
 class Monitor {
 public:
-    explicit Monitor(Service &service) : service_(service) {}
-    Monitor(const Monitor &) = delete;
-    Monitor &operator=(const Monitor &) = delete;
+    explicit Monitor(Service &service);
 
     // Serves the interface. A negative errno on failure.
     int serve();
 
-    // Producers, consumers, declarations and subscriptions.
-    using Counts = std::array<guint32, 4>;
-    Counts counts() const;
-    Service &service() const { return service_; }
-
 private:
-    static int look_for_change(sd_event_source *, void *monitor);
-    static int tell_change(sd_event_source *, uint64_t, void *monitor);
-
     Service &service_;
-    Counts told_ = {};
-    EventTimerOwner look_;
-    EventTimerOwner timer_; // runs while a change is to be told
+    CountWatch watch_;
 };
 
 } // namespace qandor

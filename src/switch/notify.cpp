@@ -8,16 +8,25 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace qandor {
 namespace {
 
-// Counts change with every call; the manager hears of them this often at most.
+// The manager hears of changes this often at most.
 constexpr guint64 pause_usec = G_USEC_PER_SEC;
 
 std::string number_of(std::size_t number, const char *thing)
 {
     return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
+std::string status_of(const Counts &counts)
+{
+    return number_of(counts.declarations, "declaration") + " of " +
+           number_of(counts.producers, "producer") + ", " +
+           number_of(counts.subscriptions, "subscription") + " of " +
+           number_of(counts.consumers, "consumer");
 }
 
 void warn_when_failed(int r, const char *what)
@@ -28,23 +37,23 @@ void warn_when_failed(int r, const char *what)
 
 } // namespace
 
-std::string Notifier::status() const
+Notifier::Notifier(sd_event *event, CountWatch::Count count)
+    : event_(event), count_(count),
+      watch_(std::move(count), pause_usec, [](const Counts &, const Counts &now) {
+          sd_notifyf(0, "STATUS=%s", status_of(now).c_str());
+      })
 {
-    return number_of(told_.declarations, "declaration") + " of " +
-           number_of(told_.producers, "producer") + ", " +
-           number_of(told_.subscriptions, "subscription") + " of " +
-           number_of(told_.consumers, "consumer");
 }
 
 void Notifier::ready()
 {
     if (!std::getenv("NOTIFY_SOCKET"))
         return;
-    told_ = count_();
-    warn_when_failed(sd_notifyf(0, "READY=1\nSTATUS=%s", status().c_str()),
+    warn_when_failed(sd_notifyf(0, "READY=1\nSTATUS=%s", status_of(count_()).c_str()),
                      "tell the service manager that the switch serves");
-    if (!after_work_)
-        watch();
+    if (!watch_.has_begun())
+        warn_when_failed(sd_event_set_watchdog(event_, 1), "answer the watchdog");
+    warn_when_failed(watch_.begin(event_), "keep the status");
 }
 
 // The manager tells a reload by its time from an earlier one.
@@ -57,41 +66,6 @@ void Notifier::reloading()
 void Notifier::stopping()
 {
     sd_notify(0, "STOPPING=1\nSTATUS=Stopping");
-}
-
-void Notifier::watch()
-{
-    warn_when_failed(sd_event_set_watchdog(event_, 1), "answer the watchdog");
-    sd_event_source *source = nullptr;
-    warn_when_failed(sd_event_add_post(event_, &source, after_work, this), "keep the status");
-    after_work_.reset(source);
-}
-
-int Notifier::after_work(sd_event_source *, void *data)
-{
-    auto &self = *static_cast<Notifier *>(data);
-    if (!self.pause_ && self.count_() != self.told_)
-        self.start_pause();
-    return 0;
-}
-
-// What comes in a burst is told once, when the pause is over.
-void Notifier::start_pause()
-{
-    sd_event_source *source = nullptr;
-    warn_when_failed(sd_event_add_time_relative(event_, &source, CLOCK_MONOTONIC, pause_usec, 0,
-                                                end_of_pause, this),
-                     "wait with the status");
-    pause_.reset(source);
-}
-
-int Notifier::end_of_pause(sd_event_source *, uint64_t, void *data)
-{
-    auto &self = *static_cast<Notifier *>(data);
-    self.pause_.reset();
-    self.told_ = self.count_();
-    sd_notifyf(0, "STATUS=%s", self.status().c_str());
-    return 0;
 }
 
 } // namespace qandor

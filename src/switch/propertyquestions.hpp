@@ -7,9 +7,11 @@
 #pragma once
 
 #include "switch/book.hpp"
+#include "switch/outbox.hpp"
 
 #include <systemd/sd-bus.h>
 
+#include <deque>
 #include <list>
 #include <set>
 #include <unordered_map>
@@ -21,7 +23,7 @@ public:
     // The path of the object on which the switch receives the events.
     static constexpr const char *object = "/com/vemo/Event/Switch/Questions";
 
-    PropertyQuestions(sd_bus *bus, Book &book, Accounts &accounts);
+    PropertyQuestions(sd_bus *bus, Outbox &outbox, Post &post, Book &book, Accounts &accounts);
     ~PropertyQuestions();
     PropertyQuestions(const PropertyQuestions &) = delete;
     PropertyQuestions &operator=(const PropertyQuestions &) = delete;
@@ -46,27 +48,44 @@ private:
         guint32 token;
         guint32 global_id;
     };
+    // A bus name that has not answered everything yet.
+    struct Asked {
+        bool must_queue() const;
+
+        guint under_way = 0;
+        bool silent = false; // a question was not answered in time, and nothing since
+        std::deque<Unasked> queue{};
+    };
 
     static int receive_subscribe_answer(sd_bus_message *reply, void *asking, sd_bus_error *);
     static int end_of_deadline(sd_event_source *, uint64_t, void *question);
     static int end_of_grace(sd_event_source *, uint64_t, void *question);
 
-    void ask_next();
+    void ask_more(Question &question);
     void ask_producer(Question &question, const Declaration &declaration);
+    bool may_wait_for_answer(guint32 uid, const std::string &name) const;
+    Asking &begin_asking(const Question &question, const std::string &name);
+    void subscribe(const Unasked &next, Asking *asking);
+    int send(sd_bus_message *call, Asking *asking);
+    void end_asking(Asking &asking);
+    void ask_queued(const std::string &name);
     void count_answer(Question &question);
-    bool may_be_asked(const std::string &name) const;
-    void settle(Asking &asking);
+    void forget_if_idle(const std::string &name);
+    void note_silence(const Question &question);
+    std::set<std::string> forget_queued(const Question &question);
     void start_timer(Question &question, guint64 usec, sd_event_time_handler_t handler);
     void refuse(Question &question, const char *reason);
     BusMessageOwner end(Question &question);
 
     sd_bus *bus_;
+    Outbox &outbox_;
+    Post &post_;
     Book &book_;
     Accounts &accounts_;
     std::unordered_map<guint32, std::unique_ptr<Question>> questions_; // by token
-    std::list<Unasked> unasked_; // Subscribe calls that wait for their turn
-    std::list<Asking> askings_;  // Subscribe calls under way, by name beside
-    std::map<std::string, guint> askings_of_;
+    std::list<Asking> askings_;                                        // Subscribe calls under way
+    std::unordered_map<std::string, Asked> asked_;                     // by bus name
+    std::unordered_map<guint32, guint> askings_of_;                    // by user id of the asker
     guint32 last_token_ = 0;
 };
 

@@ -6,11 +6,32 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace qandor {
 namespace {
 
 // What a record can say, so that a path travels whole in an expression.
 constexpr std::size_t max_object = G_MAXUINT16;
+// Of the name that a peer gives itself, which is for people.
+constexpr glong max_title = 256;
+
+std::string shortened(const char *text)
+{
+    const char *end = g_utf8_offset_to_pointer(text, std::min(g_utf8_strlen(text, -1), max_title));
+    return {text, end};
+}
+
+int answer_bytes(sd_bus_message *call, const std::string &bytes)
+{
+    sd_bus_message *made = nullptr;
+    int r = sd_bus_message_new_method_return(call, &made);
+    if (r < 0)
+        return r;
+    BusMessageOwner reply(made);
+    r = sd_bus_message_append_array(made, 'y', bytes.data(), bytes.size());
+    return r < 0 ? r : sd_bus_send(nullptr, made, nullptr);
+}
 
 } // namespace
 
@@ -53,7 +74,7 @@ bool Request::read_peer(Peer &peer)
     Sender sender{};
     if (!read_object(peer.address))
         return false;
-    peer.title = read_text();
+    peer.title = shortened(read_text());
     if (!find_sender(sender))
         return false;
     peer.uid = sender.uid;
@@ -81,15 +102,15 @@ bool Request::read_record(RecordKind kind)
     return true;
 }
 
-int Request::answer_bytes(const std::string &bytes)
+int Request::answer_later(std::function<std::string()> make_bytes)
 {
-    sd_bus_message *made = nullptr;
-    int r = sd_bus_message_new_method_return(call_, &made);
-    if (r < 0)
-        return r;
-    BusMessageOwner reply(made);
-    r = sd_bus_message_append_array(made, 'y', bytes.data(), bytes.size());
-    return r < 0 ? r : sd_bus_send(nullptr, made, nullptr);
+    std::shared_ptr<sd_bus_message> call(sd_bus_message_ref(call_), sd_bus_message_unref);
+    service_.outbox.add([call, make_bytes = std::move(make_bytes)] {
+        int r = answer_bytes(call.get(), make_bytes());
+        if (r < 0)
+            sd_bus_reply_method_errno(call.get(), r, nullptr);
+    });
+    return 1;
 }
 
 bool Request::find_sender(Sender &sender)

@@ -8,6 +8,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <functional>
+
 namespace qandor {
 
 class Request {
@@ -40,7 +42,8 @@ public:
     GArray *record() { return &record_; }
 
     int answer() { return sd_bus_reply_method_return(call_, nullptr); }
-    int answer_bytes(const std::string &bytes);
+    // With bytes that are made when the bus takes the answer: they may be many.
+    int answer_later(std::function<std::string()> make_bytes);
     // What to return after a check has refused the call.
     int refusal() const { return refusal_; }
     bool refuse(const char *error, const std::string &reason);

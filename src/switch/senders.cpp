@@ -9,9 +9,8 @@ namespace qandor {
 std::optional<Sender> Senders::find(sd_bus_message *call)
 {
     std::string name = sd_bus_message_get_sender(call);
-    auto known = known_.find(name);
-    if (known != known_.end())
-        return known->second;
+    if (std::optional<Sender> known = find_known(name))
+        return known;
 
     sd_bus_creds *made = nullptr;
     int r = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, &made);
@@ -23,6 +22,12 @@ std::optional<Sender> Senders::find(sd_bus_message *call)
     if (sd_bus_creds_get_pid(made, &pid) < 0)
         pid = 0;
     return known_.emplace(name, Sender{uid, static_cast<guint32>(pid)}).first->second;
+}
+
+std::optional<Sender> Senders::find_known(const std::string &name) const
+{
+    auto known = known_.find(name);
+    return known == known_.end() ? std::nullopt : std::optional<Sender>(known->second);
 }
 
 } // namespace qandor

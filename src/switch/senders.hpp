@@ -22,6 +22,8 @@ class Senders {
 public:
     // Nothing for a sender who has left meanwhile.
     std::optional<Sender> find(sd_bus_message *call);
+    // Nothing for a name that has not called.
+    std::optional<Sender> find_known(const std::string &name) const;
     void forget(const std::string &name) { known_.erase(name); }
 
 private:

@@ -43,6 +43,9 @@ int name_owner_changed(sd_bus_message *signal, void *userdata, sd_bus_error *)
     if (name[0] != ':' || *new_owner)
         return 0;
     auto &service = *static_cast<Service *>(userdata);
+    std::optional<Sender> sender = service.senders.find_known(name);
+    Outbox::Cause cause(service.outbox, sender ? sender->uid : G_MAXUINT32);
+    service.turns.forget_peer(name);
     service.questions.forget_peer(name);
     service.book.forget_peer(name);
     service.senders.forget(name);
@@ -60,6 +63,19 @@ void Service::configure(const Configuration &configuration)
     accounts.set_limits(configuration.limits);
     folders = TypeFolders(configuration.types_read_only, configuration.types_writable);
     folders.watch(sd_bus_get_event(bus));
+}
+
+Counts Service::counts() const
+{
+    return {book.producers().size(), book.declarations().size(), book.consumers().size(),
+            book.subscriptions().size()};
+}
+
+// A sender who has left is told so by whoever handles his call.
+int Service::take(sd_bus_message *call, sd_bus_message_handler_t handle)
+{
+    std::optional<Sender> sender = senders.find(call);
+    return sender ? turns.take(call, sender->uid, handle, this) : handle(call, this, nullptr);
 }
 
 int Service::serve()
@@ -80,7 +96,11 @@ int Service::serve()
             return r;
     }
     folders.watch(sd_bus_get_event(bus));
-    int r = monitor.serve();
+    int r = outbox.watch(sd_bus_get_event(bus));
+    if (r >= 0)
+        r = turns.begin(sd_bus_get_event(bus));
+    if (r >= 0)
+        r = monitor.serve();
     return r < 0 ? r : sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
 }
 

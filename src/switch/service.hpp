@@ -8,8 +8,10 @@
 #include "switch/buspost.hpp"
 #include "switch/configuration.hpp"
 #include "switch/monitor.hpp"
+#include "switch/outbox.hpp"
 #include "switch/propertyquestions.hpp"
 #include "switch/senders.hpp"
+#include "switch/turns.hpp"
 #include "switch/typefolders.hpp"
 
 #include <systemd/sd-bus.h>
@@ -19,8 +21,8 @@ namespace qandor {
 class Service {
 public:
     Service(sd_bus *bus, const Configuration &configuration)
-        : bus(bus), accounts(configuration.limits), post(bus), book(post, accounts),
-          questions(bus, book, accounts),
+        : bus(bus), accounts(configuration.limits), outbox(bus), turns(outbox, accounts),
+          post(bus, outbox), book(post, accounts), questions(bus, outbox, post, book, accounts),
           folders(configuration.types_read_only, configuration.types_writable), monitor(*this)
     {
     }
@@ -33,15 +35,29 @@ public:
     // From now on; what is kept already stays.
     void configure(const Configuration &configuration);
 
+    Counts counts() const;
+
+    // Handles a call when its user's turn has come.
+    int take(sd_bus_message *call, sd_bus_message_handler_t handle);
+
     sd_bus *bus;
     Accounts accounts;
     Senders senders;
+    Outbox outbox;
+    Turns turns;
     BusPost post;
     Book book;
     PropertyQuestions questions;
     TypeFolders folders;
     Monitor monitor;
 };
+
+// A method of the service as sd-bus calls it, in turn.
+template <sd_bus_message_handler_t handle>
+int in_turn(sd_bus_message *call, void *service, sd_bus_error *)
+{
+    return static_cast<Service *>(service)->take(call, handle);
+}
 
 // The methods of each interface.
 extern const sd_bus_vtable producer_vtable[];

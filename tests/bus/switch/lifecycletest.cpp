@@ -2,6 +2,7 @@
 
 // How the switch comes and goes: its name, its signals, its exit codes.
 
+#include "manager.hpp"
 #include "rawpeer.hpp"
 #include "strangeruser.hpp"
 
@@ -9,9 +10,6 @@
 #include "support/switchprocess.hpp"
 
 #include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <sys/un.h>
 
 using namespace qandor::test;
 
@@ -131,24 +129,26 @@ TEST(Lifecycle, ItTellsItsServiceManagerWhenTheNameIsThere)
 {
     PrivateBus bus;
     RawPeer peer;
-    TemporaryFolder folder;
-    std::string path = (folder.path() / "notify").string();
-    int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    timeval bound = {20, 0};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
-
-    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    Manager manager;
     ChildProcess process = run_switch();
-    char message[256] = {};
-    ASSERT_GT(recv(socket, message, sizeof message - 1, 0), 0);
-    EXPECT_NE(std::string(message).find("READY=1"), std::string::npos);
+    EXPECT_EQ(manager.message(20000).value_or("").substr(0, 8), "READY=1\n");
     EXPECT_TRUE(has_owner(peer));
-    unsetenv("NOTIFY_SOCKET");
-    close(socket);
+}
+
+TEST(Lifecycle, AReloadIsToldToItsServiceManagerFromItsBeginningToItsEnd)
+{
+    PrivateBus bus;
+    Manager manager;
+    ChildProcess process = run_switch();
+    ASSERT_EQ(manager.message(20000).value_or("").substr(0, 8), "READY=1\n");
+    const gint64 before = g_get_monotonic_time();
+    process.signal(SIGHUP);
+    const std::string begin = "RELOADING=1\nMONOTONIC_USEC=";
+    const std::string message = manager.message(20000).value_or("");
+    ASSERT_EQ(message.substr(0, begin.size()), begin);
+    EXPECT_GE(std::stoll(message.substr(begin.size())), before);
+    EXPECT_EQ(manager.message(20000).value_or("").substr(0, 8), "READY=1\n");
+    EXPECT_TRUE(process.wait_for("the configuration has been read again"));
 }
 
 // The policy of a bus that denies by default.

@@ -102,6 +102,14 @@ TEST_F(LimitsTest, ARecordOfTooManyBytesChangesNothing)
     EXPECT_EQ(other.call("Query.GetAllDeclarations").bytes, std::string(4, '\0'));
 }
 
+TEST_F(LimitsTest, TheWayToAConsumerIsCountedBeforeItIsStored)
+{
+    reload("[limits]\nstored_bytes=1024\n");
+    const std::string path = "/" + std::string(2000, 'c');
+    EXPECT_TRUE(becomes([&] { return subscribe(one, 1, path.c_str()).error == limits_exceeded; }));
+    EXPECT_EQ(subscribe(one, 1).error, "");
+}
+
 TEST_F(LimitsTest, QuestionsUnderWayAreCounted)
 {
     one.on_call = [](const Received &) { return false; }; // it never answers

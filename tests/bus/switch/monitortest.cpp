@@ -119,6 +119,42 @@ TEST_F(MonitorTest, ProducersAreListedWithWhoTheyAre)
     EXPECT_THAT(rows[0].ids, ElementsAre(1u));
 }
 
+TEST_F(MonitorTest, NamesThatPeersGiveThemselvesAreListedUpToALength)
+{
+    std::string title;
+    for (int i = 0; i < 1000; ++i)
+        title += "ü";
+    onlooker.call("Producer.Declare", "/q", title, Octets{declaration_bytes("Device", 1)});
+    std::vector<PeerRow> rows;
+    EXPECT_EQ(list(onlooker.bus(), "ListProducers",
+                   [&](sd_bus_message *reply) { rows.push_back(read_peer(reply, true)); }),
+              "");
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[1].title, title.substr(0, 512)) << "256 characters of 2 bytes";
+}
+
+// One that is not has the bus throw the switch out.
+TEST_F(MonitorTest, AListIsNoLongerThanTheBusTakes)
+{
+    constexpr std::size_t count = 500;
+    const std::string path = "/" + std::string(65500, 'a');
+    for (std::size_t i = 0; i < count; ++i)
+        EXPECT_EQ(onlooker
+                      .call("Producer.Declare", path + std::to_string(i), std::string(1000, 't'),
+                            Octets{declaration_bytes("Device", 1)})
+                      .error,
+                  "");
+    std::size_t rows = 0;
+    EXPECT_EQ(list(onlooker.bus(), "ListProducers",
+                   [&](sd_bus_message *reply) {
+                       read_peer(reply, true);
+                       ++rows;
+                   }),
+              "");
+    EXPECT_GT(rows, 400u);
+    EXPECT_LT(rows, count);
+}
+
 TEST_F(MonitorTest, ConsumersAndTheirSubscriptionsAreListed)
 {
     std::vector<PeerRow> rows;

@@ -193,6 +193,44 @@ TEST_F(QuestionTest, SilentProducersDoNotKeepOthersFromAnswering)
         EXPECT_EQ(state_in(ask()), "on");
 }
 
+// More than the bus lets the switch wait for, at so many names that none is asked often.
+TEST_F(QuestionTest, ManySilentProducersDoNotKeepOthersFromAnswering)
+{
+    std::list<RawPeer> silent(30);
+    for (RawPeer &peer : silent) {
+        declare_property(peer, "Power");
+        stay_silent(peer);
+    }
+    declare_property(producer, "Power");
+    answer_with(producer, "on");
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(state_in(ask()), "on");
+}
+
+TEST_F(QuestionTest, AProducerWithManyPropertiesIsAskedForEach)
+{
+    for (guint32 id = 1; id <= 100; ++id)
+        declare_property(producer, "Power", id);
+    EXPECT_EQ(ask().text, "The property has no state");
+    std::vector<std::string> told = producer.take_members();
+    EXPECT_EQ(std::count(told.begin(), told.end(), "Subscribe(100)"), 1);
+    EXPECT_EQ(told.size(), 200u) << "and told that the switch does not want to know any more";
+}
+
+TEST_F(QuestionTest, WhoeverHasBeenSilentIsAskedAgain)
+{
+    for (guint32 id = 1; id <= 20; ++id)
+        declare_property(producer, "Power", id);
+    stay_silent(producer);
+    EXPECT_EQ(ask().text, "The producers did not answer in time");
+    producer.on_call = [this](const Received &received) {
+        if (received.member == "Subscribe" && received.numbers[0] == 20)
+            send_state(producer, received, "on");
+        return false;
+    };
+    EXPECT_EQ(state_in(ask()), "on");
+}
+
 TEST_F(QuestionTest, NobodyAnswersForAProducer)
 {
     declare_property(producer, "Power");

@@ -84,8 +84,9 @@ int RawPeer::receive(sd_bus_message *message, void *data, sd_bus_error *)
     if (!sd_bus_message_is_method_call(message, nullptr, nullptr))
         return 0;
     auto &self = *static_cast<RawPeer *>(data);
-    self.received_.push_back(received_from(message));
-    Received received = self.received_.back();
+    Received received = received_from(message);
+    if (self.remembers)
+        self.received_.push_back(received);
     if (self.on_call && !self.on_call(received))
         return 1;
     sd_bus_reply_method_return(message, nullptr);
@@ -130,6 +131,13 @@ Answer RawPeer::finish(sd_bus_message *message)
                 error.message() ? error.message() : "",
                 {}};
     return answer_from(made);
+}
+
+void RawPeer::send(sd_bus_message *message)
+{
+    need(sd_bus_message_set_expect_reply(message, 0), "want no answer");
+    need(sd_bus_send(bus_.get(), message, nullptr), "send");
+    need(sd_bus_flush(bus_.get()), "flush");
 }
 
 int RawPeer::receive_answer(sd_bus_message *message, void *answer, sd_bus_error *)
@@ -181,8 +189,7 @@ void RawPeer::send_event(const char *destination, const char *path, const std::s
                          guint32 token)
 {
     BusMessageOwner message = new_event(destination, path, bytes, token);
-    need(sd_bus_message_set_expect_reply(message.get(), 0), "want no answer");
-    need(sd_bus_send(bus_.get(), message.get(), nullptr), "send an event");
+    send(message.get());
 }
 
 void RawPeer::event_later(std::optional<Answer> &answer, const std::string &bytes, guint32 token)

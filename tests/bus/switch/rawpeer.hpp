@@ -57,6 +57,15 @@ public:
         start(message.get(), answer);
     }
 
+    // The same for an answer that is not wanted; nothing is read.
+    template <class... Arguments>
+    void tell(const std::string &method, const Arguments &...arguments)
+    {
+        BusMessageOwner message = new_call(method);
+        (append(message.get(), arguments), ...);
+        send(message.get());
+    }
+
     // What was received since the last time. Everything that the switch has sent before is there.
     std::vector<Received> take();
     // The same as "member(numbers)" each.
@@ -70,6 +79,8 @@ public:
     // Leaves the bus.
     void leave() { bus_.reset(); }
 
+    // Whether what it receives is kept for take().
+    bool remembers = true;
     // Called with each received call before it is answered; returns whether it is to be answered.
     std::function<bool(const Received &)> on_call;
 
@@ -88,6 +99,7 @@ private:
     BusMessageOwner new_event(const char *destination, const char *path, const std::string &bytes,
                               guint32 token);
     Answer finish(sd_bus_message *message);
+    void send(sd_bus_message *message);
     void start(sd_bus_message *message, std::optional<Answer> &answer);
 
     Connection bus_;

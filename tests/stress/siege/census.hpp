@@ -18,4 +18,14 @@ std::vector<std::string> list_rows(sd_bus *bus, const char *method);
 // are left out, since they are kept for ever.
 std::string take_census(sd_bus *bus);
 
+// The sanitizers keep freed memory for a while, so that what a process has does not tell.
+constexpr bool memory_tells()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return true;
+#endif
+}
+
 } // namespace qandor::test

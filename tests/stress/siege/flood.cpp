@@ -35,10 +35,10 @@ Flood::Flood(const std::string &address, guint32 connections, const Call &call,
     close(stop_[0]);
 }
 
-bool Flood::is_stopped() const
+bool Flood::is_stopped(int wait_milliseconds) const
 {
     pollfd end{stop_[0], POLLIN, 0};
-    return poll(&end, 1, 0) > 0;
+    return poll(&end, 1, wait_milliseconds) > 0;
 }
 
 bool Flood::run(guint32 connections, const Call &call, const Prepare &prepare) const
@@ -48,6 +48,10 @@ bool Flood::run(guint32 connections, const Call &call, const Prepare &prepare) c
     for (RawPeer &peer : peers)
         if (prepare)
             prepare(peer, number++);
+    if (!call) {
+        ++*answered_;
+        return is_stopped(-1);
+    }
     number = 0;
     while (!is_stopped()) {
         std::vector<std::optional<Answer>> answers(calls_under_way * connections);

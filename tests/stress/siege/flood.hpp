@@ -14,7 +14,8 @@ class Flood {
 public:
     // Makes one call; calls are numbered from 0 up.
     using Call = std::function<void(RawPeer &peer, std::optional<Answer> &answer, guint32 number)>;
-    // Looks after a connection before it floods.
+    // Looks after a connection before it floods. Without calls that is all: nothing more is read
+    // then, and one answer is counted when it is done.
     using Prepare = std::function<void(RawPeer &peer, guint32 connection)>;
 
     Flood(const std::string &address, guint32 connections, const Call &call,
@@ -30,7 +31,7 @@ public:
 
 private:
     bool run(guint32 connections, const Call &call, const Prepare &prepare) const;
-    bool is_stopped() const;
+    bool is_stopped(int wait_milliseconds = 0) const;
 
     std::atomic<guint64> *answered_; // shared with its process
     int stop_[2];                    // a pipe that hangs up

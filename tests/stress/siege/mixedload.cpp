@@ -30,16 +30,6 @@ namespace {
 constexpr double warm_up_part = 0.25;
 constexpr long memory_bound_kib = 512;
 
-// The sanitizers keep freed memory for a while, and look for leaks themselves.
-bool memory_tells()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return false;
-#else
-    return true;
-#endif
-}
-
 class Load {
 public:
     // Works for so long; returns how often everything was done.

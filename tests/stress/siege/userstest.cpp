@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <fstream>
 
 using namespace qandor::test;
 
@@ -60,6 +61,17 @@ protected:
                 send_state(received);
             return true;
         };
+        join();
+    }
+    // A switch that leaks says so at its end, where the build looks for leaks.
+    void TearDown() override
+    {
+        event_switch.process().signal(SIGTERM);
+        EXPECT_EQ(event_switch.process().wait(), 0);
+    }
+
+    void join()
+    {
         EXPECT_EQ(called(producer, "Producer.Declare", "/p", "mine",
                          Octets{declaration_bytes("Power", 1, true)})
                       .error,
@@ -70,13 +82,6 @@ protected:
                   "");
         settle();
     }
-    // A switch that leaks says so at its end, where the build looks for leaks.
-    void TearDown() override
-    {
-        event_switch.process().signal(SIGTERM);
-        EXPECT_EQ(event_switch.process().wait(), 0);
-    }
-
     void send_state(const Received &subscribe)
     {
         Owned<subscribe_expression> expression(
@@ -141,6 +146,30 @@ protected:
         for (std::size_t at; (at = census.find("ListLimits (65534 ")) != std::string::npos;)
             census.erase(at, census.find('\n', at) + 1 - at);
         return census;
+    }
+
+    // A bus that does not read from the switch finds out that it has gone by calling it.
+    bool name_is_free()
+    {
+        onlooker.tell("Consumer.Disconnect", "/nobody");
+        sd_bus_creds *made = nullptr;
+        int r = sd_bus_get_name_creds(onlooker.bus(), switch_name, 0, &made);
+        qandor::BusCredentialsOwner owner(made);
+        return r < 0;
+    }
+    static void forget(RawPeer &peer, guint32) { peer.remembers = false; }
+    // The most that the switch has ever had.
+    void expect_memory_below(long mib)
+    {
+        if (!memory_tells())
+            return;
+        std::ifstream status("/proc/" + std::to_string(event_switch.process().pid()) + "/status");
+        long kib = -1;
+        for (std::string line; kib < 0 && std::getline(status, line);)
+            std::sscanf(line.c_str(), "VmHWM: %ld kB", &kib);
+        RecordProperty("most_resident_kib", std::to_string(kib));
+        EXPECT_GT(kib, 0);
+        EXPECT_LT(kib, mib * 1024);
     }
 
     PrivateBus bus;
@@ -221,9 +250,30 @@ TEST_F(UsersTest, AFloodOfQuestionsLeavesOthersServed)
     });
 }
 
+// One of each connection asks, the others talk of nothing.
+TEST_F(UsersTest, QuestionsThatNobodyAnswersLeaveOthersServed)
+{
+    Flood flood(
+        bus.address(), 30,
+        [](RawPeer &peer, std::optional<Answer> &answer, guint32 number) {
+            if (number % 60 == 0)
+                peer.call_later(answer, "Consumer.GetPropertyState",
+                                Octets{expression_bytes("Silent")});
+            else
+                peer.call_later(answer, "Consumer.Disconnect", "/nobody");
+        },
+        [](RawPeer &peer, guint32) {
+            peer.on_call = [](const Received &) { return false; };
+            peer.call("Producer.Declare", "/p", "silent",
+                      Octets{declaration_bytes("Silent", 1, true)});
+        });
+    ASSERT_TRUE(run_until([&] { return flood.answered() > 30 * 60; })) << "the first are over";
+    live(1);
+}
+
 TEST_F(UsersTest, AFloodOfLargeRecordsLeavesOthersServed)
 {
-    // They do not match: what each is told of the others would be another flood.
+    // They do not match: what each is told of the others is another flood.
     std::string large(60000, 'a');
     Octets declaration{declaration_bytes(large.c_str(), 1)};
     large.back() = 'b';
@@ -235,6 +285,75 @@ TEST_F(UsersTest, AFloodOfLargeRecordsLeavesOthersServed)
         else
             peer.call_later(answer, "Consumer.Subscribe", path, "flood", guint32(1), expression);
     });
+}
+
+// Each call makes the switch say a hundred times as much.
+TEST_F(UsersTest, LargeRecordsThatMatchLeaveOthersServedAndMemoryBounded)
+{
+    std::string large(60000, 'a');
+    Octets declaration{declaration_bytes(large.c_str(), 1)};
+    Octets expression{expression_bytes(large.c_str())};
+    Flood flood(
+        bus.address(), 3,
+        [&](RawPeer &peer, std::optional<Answer> &answer, guint32 number) {
+            std::string path = "/x" + std::to_string(number % 60);
+            if (number % 2)
+                peer.call_later(answer, "Producer.Declare", path, "flood", declaration);
+            else
+                peer.call_later(answer, "Consumer.Subscribe", path, "flood", guint32(1),
+                                expression);
+        },
+        forget);
+    ASSERT_TRUE(run_until([&] { return flood.answered() > 0; }));
+    gint64 longest_wait = 0;
+    for (int i = 0; i < 5; ++i) {
+        gint64 begin = g_get_monotonic_time();
+        EXPECT_EQ(called(onlooker, "Consumer.Disconnect", "/nobody").error, "");
+        longest_wait = std::max(longest_wait, g_get_monotonic_time() - begin);
+    }
+    RecordProperty("longest_wait_ms", std::to_string(longest_wait / 1000));
+    live(1);
+    expect_memory_below(128);
+}
+
+TEST_F(UsersTest, AFloodOfLargeListsLeavesOthersServedAndMemoryBounded)
+{
+    std::string large(60000, 'a');
+    Flood flood(
+        bus.address(), 3,
+        [](RawPeer &peer, std::optional<Answer> &answer, guint32) {
+            peer.call_later(answer, "Query.GetAllDeclarations");
+        },
+        [&](RawPeer &peer, guint32) {
+            for (guint32 i = 0; i < 5; ++i)
+                peer.call("Producer.Declare", "/p", "flood",
+                          Octets{declaration_bytes(large.c_str(), i)});
+        });
+    ASSERT_TRUE(run_until([&] { return flood.answered() > 0; }));
+    live(1);
+    expect_memory_below(64);
+}
+
+// What it is told stays with the bus, which reads nothing more from the switch in the end.
+TEST_F(UsersTest, AUserWhoDoesNotReadHoldsOthersUpOnlyForAWhile)
+{
+    std::string large(60000, 'a');
+    Octets declaration{declaration_bytes(large.c_str(), 1)};
+    Octets expression{expression_bytes(large.c_str())};
+    Flood deaf(bus.address(), 1, {}, [&](RawPeer &peer, guint32) {
+        for (guint32 i = 0; i < 20; ++i)
+            peer.call("Consumer.Subscribe", "/c", "deaf", i, expression);
+        for (int i = 0; i < 100; ++i)
+            peer.tell("Producer.Declare", "/p", "deaf", declaration);
+    });
+    ASSERT_TRUE(run_until([&] { return deaf.answered() > 0; }));
+    ASSERT_TRUE(run_until([&] { return !event_switch.process().is_running(); }, 60));
+    EXPECT_EQ(event_switch.process().wait(), 1);
+    ASSERT_TRUE(run_until([&] { return name_is_free(); })) << "the bus still has the name";
+    event_switch.start();
+    join();
+    for (guint32 round = 1; round < 5 && !HasFailure(); ++round)
+        live(round);
 }
 
 TEST_F(UsersTest, AFloodOfBytesThatAreNoRecordsLeavesOthersServed)

@@ -3,51 +3,14 @@
 // What a service manager hears from the switch.
 
 #include "switch/notify.hpp"
-#include "support/temporaryfolder.hpp"
+
+#include "bus/switch/manager.hpp"
 
 #include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <optional>
 
 using namespace qandor;
 
 namespace {
-
-// The manager's end: a socket that messages come to one by one.
-class Manager {
-public:
-    Manager() : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
-    {
-        const std::string path = (folder_.path() / "notify").string();
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        setenv("NOTIFY_SOCKET", path.c_str(), 1);
-    }
-    Manager(const Manager &) = delete;
-    Manager &operator=(const Manager &) = delete;
-    ~Manager()
-    {
-        unsetenv("NOTIFY_SOCKET");
-        close(socket_);
-    }
-
-    std::optional<std::string> message() const
-    {
-        char text[512];
-        ssize_t size = recv(socket_, text, sizeof text, 0);
-        return size < 0 ? std::nullopt : std::optional<std::string>(std::in_place, text, size);
-    }
-
-private:
-    test::TemporaryFolder folder_;
-    int socket_;
-};
 
 class NotifierTest : public testing::Test {
 protected:
@@ -81,7 +44,7 @@ protected:
         return "nothing";
     }
 
-    Manager manager_;
+    test::Manager manager_;
     EventLoopOwner event_;
     Counts counts_ = {1, 2, 3, 1};
 };
