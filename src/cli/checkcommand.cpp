@@ -156,6 +156,7 @@ be a mistake. Notes say what the installed system makes of a file of that name.
     qandor check --json power-saving.xml
 )",
     make_command<CheckCommand>,
+    {Argument::File},
 };
 
 } // namespace qandor::cli

@@ -24,6 +24,9 @@ public:
     virtual int run(const std::vector<std::string> &arguments) = 0;
 };
 
+// What an argument of a command is, so that shells can complete it.
+enum class Argument { Command, Expression, File, Type, TypeChange, Value };
+
 // How a command is known. In the help a line that begins with "    qandor" is an example, which
 // works as it stands (the tests run them all).
 struct CommandEntry {
@@ -32,6 +35,8 @@ struct CommandEntry {
     const char *usage; // what follows the name
     const char *help;
     std::unique_ptr<Command> (*make)();
+    std::vector<Argument> arguments{}; // the last again and again where the usage ends with "..."
+    bool is_for_shells = false;        // and in no overview for people
 };
 
 // All commands, in the order in which the help has them.
@@ -52,8 +57,9 @@ template <class C> std::unique_ptr<Command> make_command()
     return std::make_unique<C>();
 }
 
-extern const CommandEntry help_command, status_command, list_command, tree_command, types_command,
-    watch_command, send_command, state_command, check_command, show_command, explain_command,
-    graph_command, doctor_command;
+extern const CommandEntry help_command, complete_command, status_command, list_command,
+    tree_command, types_command, watch_command, top_command, record_command, replay_command,
+    send_command, state_command, check_command, show_command, explain_command, graph_command,
+    doctor_command;
 
 } // namespace qandor::cli

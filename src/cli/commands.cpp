@@ -11,9 +11,10 @@ namespace qandor::cli {
 const std::vector<CommandEntry> &commands()
 {
     static const std::vector<CommandEntry> all{
-        help_command,    status_command, list_command,   tree_command,  types_command,
-        watch_command,   send_command,   state_command,  check_command, show_command,
-        explain_command, graph_command,  doctor_command,
+        help_command,   status_command,   list_command,   tree_command,    types_command,
+        watch_command,  top_command,      record_command, replay_command,  send_command,
+        state_command,  check_command,    show_command,   explain_command, graph_command,
+        doctor_command, complete_command,
     };
     return all;
 }
@@ -24,7 +25,8 @@ const CommandEntry &find_command(const std::string &name)
     for (const CommandEntry &entry : commands()) {
         if (name == entry.name)
             return entry;
-        names.emplace_back(entry.name);
+        if (!entry.is_for_shells)
+            names.emplace_back(entry.name);
     }
     std::string suggestion = did_you_mean(name, names);
     throw Failure(EX_USAGE, "There is no command '" + name + "'",

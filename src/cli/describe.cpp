@@ -2,36 +2,10 @@
 
 #include "cli/describe.hpp"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <memory>
+#include "cli/terminal.hpp"
 
 namespace qandor::cli {
 namespace {
-
-using qandor::detail::string_of;
-using qandor::detail::take_reversed_strings;
-
-constexpr const char *state_tag = "property-state";
-
-KeyView key_at(const Event &event, guint place)
-{
-    const ::event *of = event.c();
-    KeyView view;
-    view.key = string_of(event_get_key_at(of, place));
-    const char *key = view.key.c_str();
-    view.value = string_of(event_get_value_at(of, place));
-    view.name_space = string_of(event_get_name_space_at(of, place));
-    view.complex_type = string_of(event_get_complex_type_name_at(of, place));
-    view.nice_name = string_of(event_get_key_nice_name(of, key));
-    view.value_nice_name = string_of(event_get_value_nice_name(of, key));
-    view.user_string = string_of(event_get_value_user_string(of, key));
-    view.type = event_get_type_at(of, place);
-    view.has_value = event_has_value_at(of, place);
-    view.tags = take_reversed_strings(event_get_tags_at(of, place));
-    return view;
-}
 
 std::string shown_key(const KeyView &key)
 {
@@ -47,20 +21,6 @@ template <class Show> std::string joined(const std::vector<KeyView> &keys, Show 
         if (key.topic_depth() < 0 || static_cast<std::size_t>(key.topic_depth()) >= topics)
             text += (text.empty() ? "" : " ") + show(key);
     return text;
-}
-
-Json json_topics(const std::vector<KeyView> &keys)
-{
-    Json topics = Json::array();
-    for (const KeyView &topic : topics_of(keys))
-        topics.push_back(topic.value);
-    return topics;
-}
-
-void add_text(Json &to, const char *name, const std::string &text)
-{
-    if (!text.empty())
-        to[name] = text;
 }
 
 std::string formatted(std::chrono::system_clock::time_point time, bool utc, const char *format)
@@ -86,64 +46,6 @@ std::string fraction(std::chrono::system_clock::time_point time, int digits)
 }
 
 } // namespace
-
-bool KeyView::is_state() const
-{
-    return std::find(tags.begin(), tags.end(), state_tag) != tags.end();
-}
-
-int KeyView::topic_depth() const
-{
-    guint64 depth = 0;
-    bool is_topic =
-        key.starts_with("topic") &&
-        g_ascii_string_to_unsigned(key.c_str() + std::strlen("topic"), 10, 0, 999, &depth, nullptr);
-    return is_topic ? static_cast<int>(depth) : -1;
-}
-
-bool comes_before(const KeyView &one, const KeyView &other)
-{
-    int depth = one.topic_depth(), other_depth = other.topic_depth();
-    if (depth >= 0 && other_depth >= 0)
-        return depth < other_depth;
-    if (depth >= 0 || other_depth >= 0)
-        return depth >= 0;
-    return one.key < other.key;
-}
-
-std::vector<KeyView> keys_of(const Event &event)
-{
-    std::vector<KeyView> keys;
-    for (guint i = 0; i < event_get_key_count(event.c()); ++i)
-        keys.push_back(key_at(event, i));
-    std::sort(keys.begin(), keys.end(), comes_before);
-    return keys;
-}
-
-const char *type_name(guint32 type)
-{
-    switch (type) {
-    case VALUE_TYPE_INT:
-        return "int";
-    case VALUE_TYPE_BOOL:
-        return "bool";
-    case VALUE_TYPE_DOUBLE:
-        return "double";
-    default:
-        return "string";
-    }
-}
-
-std::vector<KeyView> topics_of(const std::vector<KeyView> &keys)
-{
-    std::vector<KeyView> topics;
-    for (const KeyView &key : keys) {
-        bool is_next = key.topic_depth() == static_cast<int>(topics.size());
-        if (is_next && key.has_value && !key.value.empty())
-            topics.push_back(key);
-    }
-    return topics;
-}
 
 std::string topic_path(const std::vector<KeyView> &keys)
 {
@@ -177,111 +79,26 @@ std::string kind_of(const Declaration &declaration)
            (declaration.is_property() ? "property" : "event");
 }
 
-Json json_value(const KeyView &key)
+std::string tags_text(const std::vector<std::string> &tags)
 {
-    if (!key.has_value)
-        return nullptr;
-    if (key.type == VALUE_TYPE_INT)
-        if (auto number = detail::value_of<gint64>(key.value))
-            return *number;
-    if (key.type == VALUE_TYPE_BOOL)
-        if (auto truth = detail::value_of<bool>(key.value))
-            return *truth;
-    if (key.type == VALUE_TYPE_DOUBLE)
-        if (auto number = detail::value_of<double>(key.value); number && std::isfinite(*number))
-            return *number;
-    return key.value;
+    std::string text;
+    for (const std::string &tag : tags)
+        text += (text.empty() ? "{" : " {") + printable(tag) + "}";
+    return text;
 }
 
-Json json_of(const KeyView &key)
+std::string counted(guint64 number, const char *one, const char *many)
 {
-    Json json{{"key", key.key}, {"type", type_name(key.type)}, {"open", !key.has_value}};
-    if (key.has_value)
-        json["value"] = json_value(key);
-    add_text(json, "name_space", key.name_space);
-    add_text(json, "nice_name", key.nice_name);
-    add_text(json, "value_nice_name", key.value_nice_name);
-    add_text(json, "value_user_string", key.user_string);
-    add_text(json, "complex_type", key.complex_type);
-    if (!key.tags.empty())
-        json["tags"] = key.tags;
-    return json;
+    return std::to_string(number) + " " + (number == 1 ? one : many);
 }
 
-Json json_keys(const std::vector<KeyView> &keys)
+std::chrono::system_clock::time_point time_of(const Notification &notification)
 {
-    Json json = Json::array();
-    for (const KeyView &key : keys)
-        json.push_back(json_of(key));
-    return json;
-}
-
-namespace {
-
-using Array = std::unique_ptr<GArray, decltype(&g_array_unref)>;
-
-// The library tells neither the payload's size nor that it ends with a NUL.
-std::optional<std::string> text_of_payload(gpointer copy, std::size_t size)
-{
-    detail::Text owner(static_cast<gchar *>(copy));
-    if (!owner)
-        return std::nullopt;
-    return std::string(owner.get(), strnlen(owner.get(), size));
-}
-
-} // namespace
-
-// What is no payload in an event's record: its tag, its keys, the payload's size, two times, three
-// ids and a flag.
-std::optional<std::string> payload_of(const Event &event)
-{
-    Array record(event_serialize(event.c()), g_array_unref);
-    Array keys(serialize_create_array(), g_array_unref);
-    inspectable_serialize_internal(event_get_inspectable(event.c()), keys.get());
-    std::size_t others = 1 + keys->len + 2 + 2 * 4 + 3 * 4 + 1;
-    return text_of_payload(event_get_user_data(event.c()), record->len - others);
-}
-
-// The size stands behind the record's tag.
-std::optional<std::string> payload_of(const Notification &notification)
-{
-    Array record(notification_serialize(notification.c()), g_array_unref);
-    guint place = 1;
-    return text_of_payload(notification_get_user_data(notification.c()),
-                           deserialize_16bit(record.get(), &place));
-}
-
-Json json_of(const Event &event)
-{
-    std::vector<KeyView> keys = keys_of(event);
-    Json values = Json::object();
-    for (const KeyView &key : keys)
-        values[key.key] = json_value(key);
-    Json json{{"time", iso_time(event.time())},
-              {"topics", json_topics(keys)},
-              {"property", event.is_property()},
-              {"internal", event_is_internal(event.c()) != FALSE},
-              {"declaration", event_get_global_id(event.c())},
-              {"producer", event_get_producer_id(event.c())},
-              {"values", values},
-              {"keys", json_keys(keys)},
-              {"tags", event.tags()}};
-    if (std::optional<std::string> payload = payload_of(event))
-        json["payload"] = *payload;
-    return json;
-}
-
-Json json_of(const Declaration &declaration)
-{
-    Event sample = declaration.sample();
-    std::vector<KeyView> keys = keys_of(sample);
-    return {{"declaration", declaration.global_id()},
-            {"producer", event_declaration_get_producer_id(declaration.c())},
-            {"topics", json_topics(keys)},
-            {"property", declaration.is_property()},
-            {"internal", declaration.is_internal()},
-            {"keys", json_keys(keys)},
-            {"tags", sample.tags()}};
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    GTimeVal time = notification_get_timestamp(notification.c());
+    G_GNUC_END_IGNORE_DEPRECATIONS
+    return std::chrono::system_clock::time_point(std::chrono::seconds(time.tv_sec) +
+                                                 std::chrono::microseconds(time.tv_usec));
 }
 
 std::string clock_time(std::chrono::system_clock::time_point time)

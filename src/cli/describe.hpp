@@ -1,41 +1,14 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Events and declarations in words for people and as JSON for programs.
+// Events and declarations in words for people.
 #pragma once
 
-#include "cli/json.hpp"
+#include "cli/keyview.hpp"
 
-#include <qandor/qandor.hpp>
-
-#include <optional>
-#include <string>
-#include <vector>
+#include <chrono>
 
 namespace qandor::cli {
 
-// One key of an event or of a declaration, with all there is about it.
-struct KeyView {
-    std::string key, value, name_space, nice_name, value_nice_name, complex_type, user_string;
-    guint32 type = VALUE_TYPE_STRING;
-    bool has_value = false;
-    std::vector<std::string> tags;
-
-    bool is_state() const;
-    // The number of the topic that the key says, or -1.
-    int topic_depth() const;
-};
-
-// Topics by their number, then the rest by name.
-bool comes_before(const KeyView &one, const KeyView &other);
-
-// The keys in the order in which people want them: topics first, the others by name.
-std::vector<KeyView> keys_of(const Event &event);
-
-// "int", "bool", "double" or "string".
-const char *type_name(guint32 type);
-
-// The topics of the keys, the first ones first, up to one that is missing, open or empty.
-std::vector<KeyView> topics_of(const std::vector<KeyView> &keys);
 // "Device/Load"; "-" without topics.
 std::string topic_path(const std::vector<KeyView> &keys);
 
@@ -47,17 +20,13 @@ std::string values_text(const std::vector<KeyView> &keys);
 // "event", "property", and "internal" in front of either.
 std::string kind_of(const Declaration &declaration);
 
-// The payload as far as it is text; nothing when there is none.
-std::optional<std::string> payload_of(const Event &event);
-std::optional<std::string> payload_of(const Notification &notification);
+// "{one} {two}".
+std::string tags_text(const std::vector<std::string> &tags);
 
-// Values in their own types, as far as their texts are of them.
-Json json_value(const KeyView &key);
-Json json_of(const Event &event);
-Json json_of(const Declaration &declaration);
-Json json_of(const KeyView &key);
-Json json_keys(const std::vector<KeyView> &keys);
+// "1 event", "2 events".
+std::string counted(guint64 number, const char *one, const char *many);
 
+std::chrono::system_clock::time_point time_of(const Notification &notification);
 // Seconds since the epoch with their fraction as local time of the day, and as ISO 8601 in UTC.
 std::string clock_time(std::chrono::system_clock::time_point time);
 std::string iso_time(std::chrono::system_clock::time_point time);

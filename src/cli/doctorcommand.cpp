@@ -5,6 +5,7 @@
 #include "cli/command.hpp"
 #include "cli/describe.hpp"
 #include "cli/installedtypes.hpp"
+#include "cli/json.hpp"
 #include "cli/monitor.hpp"
 #include "cli/table.hpp"
 #include "cli/terminal.hpp"

@@ -2,115 +2,18 @@
 
 // qandor explain: condition by condition, why an expression is satisfied or is not.
 
+#include "cli/clauses.hpp"
 #include "cli/command.hpp"
-#include "cli/describe.hpp"
 #include "cli/expressions.hpp"
 #include "cli/failure.hpp"
 #include "cli/recordfile.hpp"
 #include "cli/switchbus.hpp"
 #include "cli/table.hpp"
 
-#include <algorithm>
-#include <functional>
-
 namespace qandor::cli {
 namespace {
 
 constexpr int does_not_match = 1;
-
-// What an expression is held against: an event, or the declaration of some.
-struct Subject {
-    std::string title;
-    std::vector<KeyView> keys;
-    std::function<bool(const Expression &)> matches;
-    Json json;
-};
-
-Subject subject_of(const Event &event)
-{
-    std::vector<KeyView> keys = keys_of(event);
-    return {"event " + topic_path(keys),
-            keys,
-            [event](const Expression &expression) { return event.matches(expression); },
-            {{"topics", topic_path(keys)}}};
-}
-
-Subject subject_of(const Declaration &declaration)
-{
-    std::vector<KeyView> keys = keys_of(declaration.sample());
-    std::string id = declaration.global_id() ? " " + std::to_string(declaration.global_id()) : "";
-    return {"declaration" + id + " " + topic_path(keys),
-            keys,
-            [declaration](const Expression &expression) { return declaration.matches(expression); },
-            {{"topics", topic_path(keys)}, {"declaration", declaration.global_id()}}};
-}
-
-// What holds together on one key: of several positive conditions one is enough.
-struct Clause {
-    Conditions conditions;
-    bool holds = false;
-    std::string why;
-};
-
-Expression of(const Conditions &conditions)
-{
-    return Expression(std::vector<Conditions>{conditions});
-}
-
-std::string found_value(const KeyView &key)
-{
-    std::string space = key.name_space.empty() ? "" : printable(key.name_space) + ":";
-    std::string name = space + printable(key.key);
-    return key.has_value ? name + "=" + printable_word(key.value)
-                         : name + ", which is open and may become anything";
-}
-
-// About any key: under which one the value is.
-std::string why_any(const Condition &condition, const std::vector<KeyView> &keys)
-{
-    for (const KeyView &key : keys)
-        if (key.has_value && key.value == condition.value)
-            return "there is " + found_value(key);
-    for (const KeyView &key : keys)
-        if (!key.has_value)
-            return "there is " + found_value(key);
-    return "no key has this value";
-}
-
-std::string why(const Conditions &conditions, const std::vector<KeyView> &keys)
-{
-    const Condition &first = conditions[0];
-    if (!first.key)
-        return why_any(first, keys);
-    auto key = std::find_if(keys.begin(), keys.end(),
-                            [&](const KeyView &one) { return one.key == *first.key; });
-    if (key == keys.end())
-        return "there is no key '" + printable(*first.key) + "'";
-    for (const Condition &condition : conditions)
-        if (!condition.name_space.empty() && condition.name_space != key->name_space)
-            return "there is " + found_value(*key) + ": another name space";
-    return "there is " + found_value(*key);
-}
-
-// Conditions on one key stand together, as the matching has them; those on any key each alone.
-std::vector<Clause> clauses_of(const Conditions &group, const Subject &subject)
-{
-    std::vector<Clause> clauses;
-    for (const Condition &condition : group) {
-        auto same = std::find_if(clauses.begin(), clauses.end(), [&](const Clause &clause) {
-            return condition.key && clause.conditions[0].key == condition.key;
-        });
-        if (same == clauses.end())
-            clauses.push_back({{condition}, false, ""});
-        else
-            same->conditions.push_back(condition);
-    }
-    for (Clause &clause : clauses) {
-        clause.holds = subject.matches(of(clause.conditions));
-        clause.why = why(clause.conditions, subject.keys);
-    }
-    return clauses;
-}
 
 std::string mark(bool holds)
 {
@@ -130,13 +33,13 @@ void show(const Expression &expression, const Subject &subject)
     bool has_several = expression.alternatives().size() > 1;
     for (const Conditions &group : expression.alternatives()) {
         if (has_several)
-            print_line("  " + mark(subject.matches(of(group))) + " alternative");
+            print_line("  " + mark(subject.matches(expression_of(group))) + " alternative");
         std::string indent = has_several ? "    " : "  ";
         Table table;
         for (const Clause &clause : clauses_of(group, subject))
             table.add({{indent + (clause.holds ? "yes" : "no "),
                         clause.holds ? Style::Green : Style::Red},
-                       {printable(to_text(of(clause.conditions))), Style::Cyan},
+                       {printable(to_text(expression_of(clause.conditions))), Style::Cyan},
                        {clause.why}});
         if (table.empty())
             print_line(indent + "everything satisfies it");
@@ -152,11 +55,11 @@ Json described(const Expression &expression, const Subject &subject)
     for (const Conditions &group : expression.alternatives()) {
         Json clauses = Json::array();
         for (const Clause &clause : clauses_of(group, subject))
-            clauses.push_back({{"conditions", to_text(of(clause.conditions))},
+            clauses.push_back({{"conditions", to_text(expression_of(clause.conditions))},
                                {"holds", clause.holds},
                                {"why", clause.why}});
         json["alternatives"].push_back(
-            {{"holds", subject.matches(of(group))}, {"conditions", clauses}});
+            {{"holds", subject.matches(expression_of(group))}, {"conditions", clauses}});
     }
     return json;
 }
@@ -233,6 +136,7 @@ nothing satisfies the expression.
     qandor explain 'topic1=Power & state=1'
 )",
     make_command<ExplainCommand>,
+    {Argument::Expression, Argument::File},
 };
 
 } // namespace qandor::cli

@@ -5,6 +5,7 @@
 #include "cli/command.hpp"
 #include "cli/describe.hpp"
 #include "cli/monitor.hpp"
+#include "cli/terminal.hpp"
 
 #include <map>
 

@@ -80,7 +80,8 @@ void print_overview()
     print_title("Commands");
     Table table;
     for (const CommandEntry &entry : commands())
-        table.add({{std::string("  ") + entry.name, Style::Cyan}, entry.summary});
+        if (!entry.is_for_shells)
+            table.add({{std::string("  ") + entry.name, Style::Cyan}, entry.summary});
     table.print();
     print_title("More");
     Table more;
@@ -122,6 +123,7 @@ extern const CommandEntry help_command = {
     qandor help exit-codes
 )",
     make_command<HelpCommand>,
+    {Argument::Command},
 };
 
 } // namespace qandor::cli

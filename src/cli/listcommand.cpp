@@ -4,6 +4,7 @@
 
 #include "cli/command.hpp"
 #include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
 #include "cli/expressions.hpp"
 #include "cli/monitor.hpp"
 #include "cli/table.hpp"
@@ -112,6 +113,7 @@ expressions. Of the keys, 'load:double' is open, to be filled in by each event,
     qandor list 'topic0=Device & !state' --json
 )",
     make_command<ListCommand>,
+    {Argument::Expression},
 };
 
 } // namespace qandor::cli

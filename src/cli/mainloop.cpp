@@ -18,9 +18,7 @@ MainLoop::MainLoop()
 
 MainLoop::~MainLoop()
 {
-    for (Timer &timer : timers_)
-        if (timer.source > 0)
-            g_source_remove(timer.source);
+    forget_timers();
     for (guint signal : signals_)
         g_source_remove(signal);
     g_main_loop_unref(loop_);
@@ -70,16 +68,24 @@ void MainLoop::fail(Failure failure)
 
 void MainLoop::after(double seconds, std::function<void()> function)
 {
-    Timer &timer = timers_.emplace_back(Timer{std::move(function), 0});
-    timer.source = g_timeout_add(
-        static_cast<guint>(seconds * 1000),
-        [](gpointer data) -> gboolean {
-            auto *elapsed = static_cast<Timer *>(data);
-            elapsed->source = 0;
-            elapsed->function();
-            return G_SOURCE_REMOVE;
-        },
-        &timer);
+    Timer &timer = timers_.emplace_back(Timer{*this, std::move(function), 0});
+    timer.source = g_timeout_add(static_cast<guint>(seconds * 1000), elapse, &timer);
+}
+
+void MainLoop::forget_timers()
+{
+    for (const Timer &timer : timers_)
+        g_source_remove(timer.source);
+    timers_.clear();
+}
+
+gboolean MainLoop::elapse(gpointer data)
+{
+    auto *timer = static_cast<Timer *>(data);
+    std::function<void()> function = std::move(timer->function);
+    timer->loop.timers_.remove_if([timer](const Timer &one) { return &one == timer; });
+    function();
+    return G_SOURCE_REMOVE;
 }
 
 } // namespace qandor::cli

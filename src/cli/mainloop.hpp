@@ -25,7 +25,7 @@ public:
     bool run(std::optional<double> seconds = std::nullopt);
     void quit();
     void fail(Failure failure);
-    // Once, after so many seconds. May not throw.
+    // Once, after so many seconds, but not during a farewell. May not throw.
     void after(double seconds, std::function<void()> function);
 
     bool is_interrupted() const { return interrupted_; }
@@ -33,6 +33,7 @@ public:
     // Lets go of a producer or a consumer and waits until it has said farewell.
     template <class Handle> void finish(Handle &handle)
     {
+        forget_timers();
         handle->when_gone([this] { quit(); });
         handle.reset();
         run(farewell_seconds);
@@ -41,11 +42,14 @@ public:
 private:
     static constexpr double farewell_seconds = 5;
     struct Timer {
+        MainLoop &loop;
         std::function<void()> function;
         guint source;
     };
 
     static gboolean interrupt(gpointer loop);
+    static gboolean elapse(gpointer timer);
+    void forget_timers();
 
     GMainLoop *loop_;
     guint signals_[2];

@@ -96,6 +96,20 @@ void Options::take_values()
     }
 }
 
+namespace {
+
+// GLib takes a list of its own, from which it removes what it has read.
+gchar **list_of(const std::vector<std::string> &arguments)
+{
+    gchar **list = g_new0(gchar *, arguments.size() + 2);
+    list[0] = g_strdup("qandor");
+    for (std::size_t i = 0; i < arguments.size(); ++i)
+        list[i + 1] = g_strdup(arguments[i].c_str());
+    return list;
+}
+
+} // namespace
+
 std::vector<std::string> Options::parse(const std::string &command,
                                         const std::vector<std::string> &arguments)
 {
@@ -105,19 +119,10 @@ std::vector<std::string> Options::parse(const std::string &command,
     std::vector<GOptionEntry> all = entries(&rest);
     g_option_context_add_main_entries(context.get(), all.data(), nullptr);
 
-    // GLib takes a list of its own, from which it removes what it has read.
-    std::vector<gchar *> given{g_strdup("qandor")};
-    for (const std::string &argument : arguments)
-        given.push_back(g_strdup(argument.c_str()));
-    given.push_back(nullptr);
-    Owned<gchar *, g_strfreev> list(g_strdupv(given.data()));
-    for (gchar *argument : given)
-        g_free(argument);
-
     GError *error = nullptr;
-    gchar **left = list.release();
+    gchar **left = list_of(arguments);
     bool parsed = g_option_context_parse_strv(context.get(), &left, &error);
-    list.reset(left);
+    Owned<gchar *, g_strfreev> left_owner(left);
     Owned<gchar *, g_strfreev> rest_owner(rest);
     Owned<GError, g_error_free> error_owner(error);
     if (!parsed)
@@ -127,6 +132,14 @@ std::vector<std::string> Options::parse(const std::string &command,
     for (gchar **argument = rest; argument && *argument; ++argument)
         remaining.emplace_back(*argument);
     return remaining;
+}
+
+std::vector<Options::Words> Options::all() const
+{
+    std::vector<Words> all;
+    for (const Option &option : options_)
+        all.push_back(option.words);
+    return all;
 }
 
 std::vector<std::pair<std::string, std::string>> Options::help() const

@@ -42,6 +42,8 @@ public:
     std::vector<std::string> parse(const std::string &command,
                                    const std::vector<std::string> &arguments);
 
+    std::vector<Words> all() const;
+
     // The lines of the help: the option, and what it does.
     std::vector<std::pair<std::string, std::string>> help() const;
 

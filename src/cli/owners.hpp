@@ -7,6 +7,7 @@
 #include <systemd/sd-bus.h>
 
 #include <memory>
+#include <string>
 
 namespace qandor::cli {
 
@@ -20,5 +21,11 @@ using Bytes = Owned<GArray, g_array_unref>;
 using Bus = Owned<sd_bus, sd_bus_flush_close_unref>;
 using Message = Owned<sd_bus_message, sd_bus_message_unref>;
 using Credentials = Owned<sd_bus_creds, sd_bus_creds_unref>;
+
+inline std::string take_bytes(GArray *array)
+{
+    Bytes owner(array);
+    return {array->data, array->len};
+}
 
 } // namespace qandor::cli

@@ -4,63 +4,12 @@
 
 #include "cli/failure.hpp"
 #include "cli/owners.hpp"
-
-#include "model/checker.hpp"
+#include "cli/recordframes.hpp"
 
 #include <algorithm>
 
 namespace qandor::cli {
 namespace {
-
-// What has to stand around a part of a record to make a whole one of the kind.
-struct Frame {
-    RecordKind kind;
-    std::string before;
-    std::string behind{};
-};
-
-using namespace std::string_literals;
-
-const std::string no_tags = "\0\0"s;
-
-Frame whole(RecordKind kind)
-{
-    return {kind, ""};
-}
-
-Frame around_inspectable(guint8 type)
-{
-    switch (type) {
-    case IT_EVENT_DECLARATION:
-        return {RecordKind::EventDeclaration, "\xf0"s + std::string(21, '\0')};
-    case IT_EVENT:
-        return {RecordKind::Event, "\xf1"s, std::string(23, '\0')};
-    case IT_PROPERTY_STATE:
-        return {RecordKind::PropertyState, "\xf9"s};
-    default:
-        return {RecordKind::SubscribeExpression, "\xf6"s + std::string(13, '\0')};
-    }
-}
-
-Frame around_and_list()
-{
-    Frame frame = around_inspectable(IT_SUBSCRIBE_EXPRESSION);
-    return {frame.kind, frame.before + "\xf2\x01\0\x02\0"s, no_tags};
-}
-
-Frame around_bucket(bool is_wildcard)
-{
-    Frame frame = around_and_list();
-    if (is_wildcard)
-        return {frame.kind, frame.before + "\xf3\0\0\x01\0"s, frame.behind};
-    return {frame.kind, frame.before + "\xf3\x01\0"s, "\0\0"s + frame.behind};
-}
-
-Frame around_key_value(bool is_wildcard)
-{
-    Frame frame = around_bucket(is_wildcard);
-    return {frame.kind, frame.before + "\xf4\x01\0"s, frame.behind};
-}
 
 struct Kind {
     serialize_id id;
@@ -77,33 +26,6 @@ constexpr Kind kinds[] = {
     {SERIALIZE_ID_PROPERTY_STATE, "property state"},
     {SERIALIZE_ID_NOTIFICATION, "notification"},
 };
-
-// In what frames the bytes may be a record; none for a first byte with which no record begins.
-std::vector<Frame> frames_for(const std::string &bytes)
-{
-    switch (static_cast<guint8>(bytes[0])) {
-    case SERIALIZE_ID_EVENT_DECLARATION:
-        return {whole(RecordKind::EventDeclaration)};
-    case SERIALIZE_ID_EVENT:
-        return {whole(RecordKind::Event)};
-    case SERIALIZE_ID_INSPECTABLE:
-        return {around_inspectable(bytes.size() > 3 ? static_cast<guint8>(bytes[3]) : 0)};
-    case SERIALIZE_ID_ANDLIST:
-        return {around_and_list()};
-    case SERIALIZE_ID_BUCKET:
-        return {around_bucket(false), around_bucket(true)};
-    case SERIALIZE_ID_KEYVALUE:
-        return {around_key_value(false), around_key_value(true)};
-    case SERIALIZE_ID_SUBSCRIBE_EXPRESSION:
-        return {whole(RecordKind::SubscribeExpression)};
-    case SERIALIZE_ID_PROPERTY_STATE:
-        return {whole(RecordKind::PropertyState)};
-    case SERIALIZE_ID_NOTIFICATION:
-        return {whole(RecordKind::Notification)};
-    default:
-        return {};
-    }
-}
 
 std::string hexadecimal(std::size_t number, const char *format)
 {
@@ -143,23 +65,13 @@ std::string dump(const std::string &bytes, std::size_t offset)
                   dump(bytes, offset));
 }
 
-Record read_checked(RecordKind kind, const std::string &bytes)
+// The callback that a record names is an address of the process that wrote it. A producer would
+// call it.
+Declaration without_callback(Declaration declaration)
 {
-    Bytes array(serialize_create_array());
-    serialize_blob(array.get(), bytes.data(), static_cast<guint32>(bytes.size()));
-    switch (kind) {
-    case RecordKind::Event:
-        return Event(event_deserialize(array.get()));
-    case RecordKind::EventDeclaration:
-        return Declaration(event_declaration_deserialize(array.get()));
-    case RecordKind::PropertyState:
-        return PropertyState(property_state_deserialize(array.get()));
-    case RecordKind::Notification:
-        return Notification(notification_deserialize(array.get()));
-    case RecordKind::SubscribeExpression:
-        break;
-    }
-    return ExpressionRecord(subscribe_expression_deserialize(array.get()));
+    if (declaration.is_property())
+        event_declaration_set_property(declaration.c(), nullptr, nullptr, nullptr);
+    return declaration;
 }
 
 const char *name_of(char first)
@@ -172,14 +84,37 @@ const char *name_of(char first)
 
 } // namespace
 
+std::optional<Malformation> malformation_of(RecordKind kind, const std::string &bytes)
+{
+    return check_record(kind, reinterpret_cast<const guint8 *>(bytes.data()), bytes.size());
+}
+
+Record read_checked(RecordKind kind, const std::string &bytes)
+{
+    Bytes array(serialize_create_array());
+    serialize_blob(array.get(), bytes.data(), static_cast<guint32>(bytes.size()));
+    switch (kind) {
+    case RecordKind::Event:
+        return Event(event_deserialize(array.get()));
+    case RecordKind::EventDeclaration:
+        return without_callback(Declaration(event_declaration_deserialize(array.get())));
+    case RecordKind::PropertyState:
+        return PropertyState(property_state_deserialize(array.get()));
+    case RecordKind::Notification:
+        return Notification(notification_deserialize(array.get()));
+    case RecordKind::SubscribeExpression:
+        break;
+    }
+    return ExpressionRecord(subscribe_expression_deserialize(array.get()));
+}
+
 Record read_bytes(const std::string &bytes, const std::string &name)
 {
     std::size_t place = 0;
     std::string what = "no record begins with this byte, and no XML";
     for (const Frame &frame : frames_for(bytes)) {
         std::string framed = frame.before + bytes + frame.behind;
-        auto fault = check_record(frame.kind, reinterpret_cast<const guint8 *>(framed.data()),
-                                  framed.size());
+        auto fault = malformation_of(frame.kind, framed);
         if (!fault)
             return read_checked(frame.kind, framed);
         // Of several the one that goes furthest is meant.

@@ -3,6 +3,7 @@
 #include "cli/recordview.hpp"
 
 #include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
 #include "cli/failure.hpp"
 #include "cli/owners.hpp"
 #include "cli/statekeys.hpp"
@@ -13,14 +14,6 @@ namespace {
 
 using TimePoint = std::chrono::system_clock::time_point;
 
-TimePoint time_of(const Notification &notification)
-{
-    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-    GTimeVal time = notification_get_timestamp(notification.c());
-    G_GNUC_END_IGNORE_DEPRECATIONS
-    return TimePoint(std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec));
-}
-
 std::string number(guint32 number)
 {
     return std::to_string(number);
@@ -29,14 +22,6 @@ std::string number(guint32 number)
 std::string text_of(TimePoint time)
 {
     return time == TimePoint{} ? "not stamped" : iso_time(time);
-}
-
-std::string tags_text(const std::vector<std::string> &tags)
-{
-    std::string text;
-    for (const std::string &tag : tags)
-        text += (text.empty() ? "{" : " {") + printable(tag) + "}";
-    return text;
 }
 
 void print_title(const std::string &title)

@@ -3,9 +3,10 @@
 // qandor send: declares a type and sends events of it.
 
 #include "cli/command.hpp"
+#include "cli/declaring.hpp"
 #include "cli/describe.hpp"
 #include "cli/installedtypes.hpp"
-#include "cli/mainloop.hpp"
+#include "cli/json.hpp"
 #include "cli/recordfile.hpp"
 #include "cli/subscribers.hpp"
 #include "cli/switchwatch.hpp"
@@ -13,9 +14,6 @@
 
 namespace qandor::cli {
 namespace {
-
-// How long the switch may take to make a declaration known.
-constexpr double declaring_seconds = 30;
 
 class SendCommand : public Command {
 public:
@@ -50,10 +48,8 @@ public:
         loop_ = &loop;
         auto changed = [this](const std::vector<guint32> &ids) { is_wanted_ = !ids.empty(); };
         auto producer = std::make_unique<EventProducer>("qandor send", changed);
-        bool was_declared = produce(*producer, declaration);
+        produce(*producer, declaration);
         loop.finish(producer);
-        if (!was_declared && !loop.is_interrupted())
-            throw Failure(EX_TEMPFAIL, "The switch does not make the declaration known");
         return EX_OK;
     }
 
@@ -74,25 +70,23 @@ private:
                                         "' that could be the state");
         if (property_)
             declaration.property(*property_);
-        if (!declaration.is_internal() && !declaration.sample().has("topic0"))
+        if (!can_be_declared(declaration))
             throw Failure(EX_DATAERR,
                           "An external type without the key 'topic0' cannot be declared");
         Event event = declaration.sample();
         fill(event, values_);
     }
 
-    // Whether the declaration became known.
-    bool produce(EventProducer &producer, const Declaration &declaration)
+    void produce(EventProducer &producer, const Declaration &declaration)
     {
-        Publication publication = producer.declare(declaration, [this] { loop_->quit(); });
-        if (!loop_->run(declaring_seconds))
-            return false;
-        publication_ = &publication;
+        std::vector<Publication> publications = declare_and_wait(producer, *loop_, {declaration});
+        if (publications.empty())
+            return;
+        publication_ = &publications[0];
         producer_ = producer.c();
         send();
         loop_->run();
         publication_ = nullptr;
-        return true;
     }
 
     // Once it has been sent the declaration may go: taken back earlier, it would take the event
@@ -114,7 +108,10 @@ private:
         if (error)
             return loop_->fail({EX_UNAVAILABLE, detail::take_error(error).message()});
         tell(subscribers_);
-        if (++sent_ < repeat_.value_or(1))
+        ++sent_;
+        if (!publication_)
+            return; // interrupted
+        if (sent_ < repeat_.value_or(1))
             loop_->after(interval_.value_or(1), [this] { send(); });
         else if (!stay_)
             loop_->quit();
@@ -174,6 +171,7 @@ until the command is interrupted.
     qandor send power-saving state=true reason='low battery' --stay
 )",
     make_command<SendCommand>,
+    {Argument::Type, Argument::Value},
 };
 
 } // namespace qandor::cli

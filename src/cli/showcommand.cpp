@@ -82,6 +82,7 @@ is 65.
     echo f1 f2 01 00 01 00 f3 0000 0000 0000 $(printf %046d 0) | qandor show
 )",
     make_command<ShowCommand>,
+    {Argument::File},
 };
 
 } // namespace qandor::cli

@@ -4,6 +4,7 @@
 
 #include "cli/command.hpp"
 #include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
 #include "cli/expressions.hpp"
 #include "cli/recordbytes.hpp"
 #include "cli/statekeys.hpp"
@@ -105,6 +106,7 @@ is no such property or it has no state yet.
     qandor state 'topic1=Power' --json
 )",
     make_command<StateCommand>,
+    {Argument::Expression},
 };
 
 } // namespace qandor::cli

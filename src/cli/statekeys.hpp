@@ -3,7 +3,7 @@
 // The keys of a property's state, which knows less about them than an event does.
 #pragma once
 
-#include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
 
 namespace qandor::cli {
 

@@ -9,13 +9,19 @@
 namespace qandor::cli {
 namespace {
 
-std::set<guint32> own_declarations(const SwitchBus &bus)
+// Of either, those of this process.
+std::set<guint32> own_ids(const std::vector<MonitoredPeer> &peers)
 {
     std::set<guint32> ids;
-    for (const MonitoredPeer &producer : list_producers(bus))
-        if (producer.pid == static_cast<guint32>(getpid()))
-            ids.insert(producer.ids.begin(), producer.ids.end());
+    for (const MonitoredPeer &peer : peers)
+        if (peer.pid == static_cast<guint32>(getpid()))
+            ids.insert(peer.ids.begin(), peer.ids.end());
     return ids;
+}
+
+void count(Subscribers &counted, const MonitoredSubscription &subscription)
+{
+    ++(subscription.clandestine ? counted.clandestine : counted.visible);
 }
 
 bool wants(const MonitoredSubscription &subscription, const Event &event)
@@ -30,15 +36,30 @@ bool wants(const MonitoredSubscription &subscription, const Event &event)
 std::optional<Subscribers> subscribers_of(const SwitchBus &bus, const Event &event)
 {
     try {
-        std::set<guint32> own = own_declarations(bus);
+        std::set<guint32> own = own_ids(list_producers(bus));
         Subscribers counted;
         for (const MonitoredSubscription &subscription : list_subscriptions(bus)) {
             const std::vector<guint32> &ids = subscription.declarations;
             bool is_ours =
                 std::any_of(ids.begin(), ids.end(), [&](guint32 id) { return own.count(id) > 0; });
             if (is_ours && wants(subscription, event))
-                ++(subscription.clandestine ? counted.clandestine : counted.visible);
+                count(counted, subscription);
         }
+        return counted;
+    } catch (const Failure &) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::map<guint32, Subscribers>> subscribers_by_declaration(const SwitchBus &bus)
+{
+    try {
+        std::set<guint32> own = own_ids(list_consumers(bus));
+        std::map<guint32, Subscribers> counted;
+        for (const MonitoredSubscription &subscription : list_subscriptions(bus))
+            if (own.count(subscription.id) == 0)
+                for (guint32 id : subscription.declarations)
+                    count(counted[id], subscription);
         return counted;
     } catch (const Failure &) {
         return std::nullopt;

@@ -5,6 +5,7 @@
 
 #include "cli/monitor.hpp"
 
+#include <map>
 #include <optional>
 
 namespace qandor::cli {
@@ -17,6 +18,10 @@ struct Subscribers {
 // The subscriptions to the declarations of this process whose expressions the event satisfies;
 // nothing when the switch does not tell this user.
 std::optional<Subscribers> subscribers_of(const SwitchBus &bus, const Event &event);
+
+// The subscriptions to each declaration, without those of this process; nothing when the switch
+// does not tell this user.
+std::optional<std::map<guint32, Subscribers>> subscribers_by_declaration(const SwitchBus &bus);
 
 std::string text_of(const Subscribers &subscribers);
 

@@ -2,12 +2,10 @@
 
 #include "cli/switchbus.hpp"
 
-#include "cli/terminal.hpp"
+#include "cli/buserror.hpp"
 
 #include <cstring>
-#include <iterator>
 #include <pwd.h>
-#include <unistd.h>
 
 namespace qandor::cli {
 namespace {
@@ -15,58 +13,21 @@ namespace {
 constexpr const char *query_interface = "com.vemo.Event.Switch.Query";
 constexpr guint64 timeout_usec = 30 * 1000 * 1000;
 
-class BusError {
-public:
-    BusError() = default;
-    BusError(const BusError &) = delete;
-    BusError &operator=(const BusError &) = delete;
-    ~BusError() { sd_bus_error_free(&error_); }
-
-    sd_bus_error *get() { return &error_; }
-    bool is(const char *name) const { return sd_bus_error_has_name(&error_, name); }
-    std::string text(int r) const
-    {
-        return error_.message && *error_.message ? error_.message : std::strerror(-r);
-    }
-
-private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
-};
-
-struct ErrorMeaning {
-    const char *name;
-    int code;
-    const char *hint;
-};
-constexpr const char *no_switch_hint =
-    "It is the service 'event-switch': 'systemctl start event-switch' starts it.";
-constexpr const char *only_root_hint = "Root may do it, and so may the switch's own user.";
-constexpr ErrorMeaning meanings[] = {
-    {SD_BUS_ERROR_ACCESS_DENIED, EX_NOPERM, only_root_hint},
-    {SD_BUS_ERROR_INVALID_ARGS, EX_DATAERR, ""},
-    {SD_BUS_ERROR_FILE_NOT_FOUND, EX_NOINPUT, ""},
-    {SD_BUS_ERROR_FILE_EXISTS, EX_CANTCREAT, ""},
-    {SD_BUS_ERROR_IO_ERROR, EX_IOERR, "The switch's log says why."},
-    {SD_BUS_ERROR_LIMITS_EXCEEDED, EX_TEMPFAIL, "'qandor status' shows the limits in use."},
-    {SD_BUS_ERROR_NO_REPLY, EX_TEMPFAIL, "The switch did not answer, or has gone."},
-    {SD_BUS_ERROR_TIMEOUT, EX_TEMPFAIL, "The switch did not answer in time."},
-    {SD_BUS_ERROR_SERVICE_UNKNOWN, EX_UNAVAILABLE, no_switch_hint},
-    {SD_BUS_ERROR_NAME_HAS_NO_OWNER, EX_UNAVAILABLE, no_switch_hint},
-    {SD_BUS_ERROR_UNKNOWN_METHOD, EX_UNAVAILABLE, "The switch is another version than this tool."},
-    {"org.freedesktop.DBus.Error.UnknownInterface", EX_UNAVAILABLE,
-     "The switch is another version than this tool."},
-};
-
-[[noreturn]] void fail(const std::string &what, const BusError &error, int r)
+BusPeer peer_of(sd_bus_creds *credentials)
 {
-    for (const ErrorMeaning &meaning : meanings) {
-        if (!error.is(meaning.name))
-            continue;
-        bool is_told_to_root = meaning.hint == only_root_hint && geteuid() == 0;
-        throw Failure(meaning.code, what + ": " + printable(error.text(r)),
-                      is_told_to_root ? "" : meaning.hint);
-    }
-    throw Failure(EX_UNAVAILABLE, what + ": " + error.text(r));
+    const char *name = "", *program = "";
+    pid_t pid = 0;
+    uid_t uid = 0;
+    BusPeer peer;
+    sd_bus_creds_get_unique_name(credentials, &name);
+    peer.name = name;
+    if (sd_bus_creds_get_comm(credentials, &program) >= 0)
+        peer.program = program;
+    if (sd_bus_creds_get_pid(credentials, &pid) >= 0)
+        peer.pid = static_cast<guint32>(pid);
+    if (sd_bus_creds_get_euid(credentials, &uid) >= 0)
+        peer.uid = uid;
+    return peer;
 }
 
 } // namespace
@@ -102,19 +63,7 @@ std::optional<BusPeer> SwitchBus::owner() const
         throw Failure(EX_UNAVAILABLE,
                       std::string("The bus does not say who the event switch is: ") +
                           std::strerror(-r));
-    const char *name = "", *program = "";
-    pid_t pid = 0;
-    uid_t uid = 0;
-    BusPeer peer;
-    sd_bus_creds_get_unique_name(made, &name);
-    peer.name = name;
-    if (sd_bus_creds_get_comm(made, &program) >= 0)
-        peer.program = program;
-    if (sd_bus_creds_get_pid(made, &pid) >= 0)
-        peer.pid = static_cast<guint32>(pid);
-    if (sd_bus_creds_get_euid(made, &uid) >= 0)
-        peer.uid = uid;
-    return peer;
+    return peer_of(made);
 }
 
 void SwitchBus::require_switch() const
@@ -137,6 +86,8 @@ Message SwitchBus::new_call(const char *interface, const char *member) const
     if (sd_bus_message_new_method_call(bus_.get(), &made, DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
                                        interface, member) < 0)
         throw Failure(EX_SOFTWARE, std::string("The call of ") + member + " cannot be made");
+    // Who has to have a switch has required it; nobody else is to start one.
+    sd_bus_message_set_auto_start(made, false);
     return Message(made);
 }
 
@@ -147,7 +98,7 @@ Message SwitchBus::call(const Message &call) const
     int r = sd_bus_call(bus_.get(), call.get(), timeout_usec, error.get(), &made);
     Message reply(made);
     if (r < 0)
-        fail(std::string("The switch refuses ") + sd_bus_message_get_member(call.get()), error, r);
+        error.fail(std::string("The switch refuses ") + sd_bus_message_get_member(call.get()), r);
     return reply;
 }
 
@@ -158,7 +109,7 @@ guint32 SwitchBus::count(const char *property) const
     int r = sd_bus_get_property_trivial(bus_.get(), DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
                                         monitor_interface, property, error.get(), 'u', &count);
     if (r < 0)
-        fail(std::string("The switch does not tell ") + property, error, r);
+        error.fail(std::string("The switch does not tell ") + property, r);
     return count;
 }
 

@@ -40,6 +40,39 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t columns)
     return lines;
 }
 
+namespace {
+
+// The lines that each cell of a row takes.
+std::vector<std::vector<std::string>> parts_of(const std::vector<Cell> &cells,
+                                               const std::vector<std::size_t> &widths)
+{
+    std::vector<std::vector<std::string>> parts;
+    for (std::size_t i = 0; i < cells.size(); ++i)
+        parts.push_back(wrapped(cells[i].text, output_width() == 0 ? 0 : widths[i]));
+    return parts;
+}
+
+void add_lines(std::vector<std::string> &lines, const std::vector<Cell> &cells,
+               const std::vector<std::size_t> &widths)
+{
+    std::vector<std::vector<std::string>> parts = parts_of(cells, widths);
+    std::size_t height = 0;
+    for (const auto &part : parts)
+        height = std::max(height, part.size());
+    for (std::size_t at = 0; at < height; ++at) {
+        std::string line, waiting;
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            std::string part = at < parts[i].size() ? parts[i][at] : "";
+            if (!part.empty())
+                line += std::exchange(waiting, "") + styled(cells[i].style, part);
+            waiting += padded(part, widths[i]) + std::string(gap, ' ');
+        }
+        lines.push_back(line);
+    }
+}
+
+} // namespace
+
 // The natural widths; the widest gives way until all of them fit.
 std::vector<std::size_t> Table::widths() const
 {
@@ -65,37 +98,25 @@ std::vector<std::size_t> Table::widths() const
     }
 }
 
-void Table::print_row(const std::vector<Cell> &cells, const std::vector<std::size_t> &widths) const
-{
-    std::vector<std::vector<std::string>> lines;
-    std::size_t height = 0;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        lines.push_back(wrapped(cells[i].text, output_width() == 0 ? 0 : widths[i]));
-        height = std::max(height, lines.back().size());
-    }
-    for (std::size_t at = 0; at < height; ++at) {
-        std::string line, waiting;
-        for (std::size_t i = 0; i < cells.size(); ++i) {
-            std::string part = at < lines[i].size() ? lines[i][at] : "";
-            if (!part.empty())
-                line += std::exchange(waiting, "") + styled(cells[i].style, part);
-            waiting += padded(part, widths[i]) + std::string(gap, ' ');
-        }
-        print_line(line);
-    }
-}
-
-void Table::print() const
+std::vector<std::string> Table::lines() const
 {
     std::vector<std::size_t> columns = widths();
+    std::vector<std::string> lines;
     if (!titles_.empty()) {
         std::vector<Cell> head;
         for (const std::string &title : titles_)
             head.emplace_back(title, Style::Bold);
-        print_row(head, columns);
+        add_lines(lines, head, columns);
     }
     for (const auto &row : rows_)
-        print_row(row, columns);
+        add_lines(lines, row, columns);
+    return lines;
+}
+
+void Table::print() const
+{
+    for (const std::string &line : lines())
+        print_line(line);
 }
 
 } // namespace qandor::cli

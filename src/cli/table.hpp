@@ -26,11 +26,11 @@ public:
 
     void add(std::vector<Cell> cells) { rows_.push_back(std::move(cells)); }
     bool empty() const { return rows_.empty(); }
+    std::vector<std::string> lines() const;
     void print() const;
 
 private:
     std::vector<std::size_t> widths() const;
-    void print_row(const std::vector<Cell> &cells, const std::vector<std::size_t> &widths) const;
 
     std::vector<std::string> titles_;
     std::vector<std::vector<Cell>> rows_;

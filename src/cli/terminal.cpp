@@ -21,12 +21,16 @@ struct Terminal {
 };
 Terminal terminal;
 
+bool knows_sequences(int descriptor)
+{
+    const char *kind = std::getenv("TERM");
+    return isatty(descriptor) && kind && !g_str_equal(kind, "dumb");
+}
+
 bool takes_colours(int descriptor)
 {
     const char *forbids = std::getenv("NO_COLOR");
-    const char *kind = std::getenv("TERM");
-    bool is_dumb = !kind || g_str_equal(kind, "dumb");
-    return isatty(descriptor) && !(forbids && *forbids) && !is_dumb;
+    return knows_sequences(descriptor) && !(forbids && *forbids);
 }
 
 std::size_t find_width()
@@ -105,6 +109,18 @@ std::size_t output_width()
 bool draws_in_unicode()
 {
     return terminal.unicode;
+}
+
+bool is_live()
+{
+    return knows_sequences(STDOUT_FILENO);
+}
+
+std::size_t output_height()
+{
+    winsize size{};
+    bool is_told = isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+    return is_told ? size.ws_row : 0;
 }
 
 std::size_t columns_of(std::string_view text)

@@ -21,6 +21,10 @@ std::string styled(Style style, const std::string &text, std::FILE *stream = std
 // Columns of the output; 0 when it is no terminal and COLUMNS does not say.
 std::size_t output_width();
 bool draws_in_unicode();
+// Whether the output is a terminal on which the cursor can be moved, and its lines; 0 when it is no
+// terminal.
+bool is_live();
+std::size_t output_height();
 
 // The columns that a text takes.
 std::size_t columns_of(std::string_view text);

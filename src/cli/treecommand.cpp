@@ -3,6 +3,7 @@
 // qandor tree: the topics of what is declared, or of what is installed, as a tree.
 
 #include "cli/command.hpp"
+#include "cli/eventjson.hpp"
 #include "cli/expressions.hpp"
 #include "cli/switchbus.hpp"
 #include "cli/table.hpp"
@@ -162,6 +163,7 @@ is the state. Internal declarations are in no tree; 'qandor list' has them.
     qandor tree 'topic0=Device & topic1=Power' --json
 )",
     make_command<TreeCommand>,
+    {Argument::Expression},
 };
 
 } // namespace qandor::cli

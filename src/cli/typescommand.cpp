@@ -3,7 +3,9 @@
 // qandor types: what types are installed, and adding and removing them.
 
 #include "cli/command.hpp"
+#include "cli/declaring.hpp"
 #include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
 #include "cli/failure.hpp"
 #include "cli/installedtypes.hpp"
 #include "cli/recordfile.hpp"
@@ -129,7 +131,7 @@ private:
     {
         expect_name(name);
         Declaration declaration = read_declaration(path);
-        if (!declaration.is_internal() && !declaration.sample().has("topic0"))
+        if (!can_be_declared(declaration))
             throw Failure(EX_DATAERR, printable(path) + " is an external type without a topic",
                           "Nobody could declare it; 'qandor check' says more.");
         SwitchBus bus;
@@ -176,6 +178,7 @@ that was added under the same name before is replaced.
     qandor types remove door-moved
 )",
     make_command<TypesCommand>,
+    {Argument::TypeChange, Argument::Type, Argument::File},
 };
 
 } // namespace qandor::cli

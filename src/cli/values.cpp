@@ -5,6 +5,7 @@
 #include "cli/describe.hpp"
 #include "cli/failure.hpp"
 #include "cli/nearest.hpp"
+#include "cli/terminal.hpp"
 
 #include <algorithm>
 

@@ -4,10 +4,10 @@
 
 #include "cli/command.hpp"
 #include "cli/describe.hpp"
+#include "cli/eventjson.hpp"
+#include "cli/eventwatch.hpp"
 #include "cli/expressions.hpp"
-#include "cli/mainloop.hpp"
 #include "cli/switchbus.hpp"
-#include "cli/switchwatch.hpp"
 
 namespace qandor::cli {
 namespace {
@@ -22,14 +22,6 @@ std::string line_of(const char *what, Style style, Clock::time_point time,
     return content.empty() ? line : line + "  " + content;
 }
 
-std::string tags_text(const std::vector<std::string> &tags)
-{
-    std::string text;
-    for (const std::string &tag : tags)
-        text += " {" + printable(tag) + "}";
-    return text;
-}
-
 Json begun(const char *what)
 {
     return {{"what", what}};
@@ -40,66 +32,38 @@ public:
     void add_options(Options &options) override
     {
         options.flag({"json", 'j', "one JSON object a line"}, json_);
-        options.count({"count", 'n', "end after so many events", "N"}, count_);
-        options.seconds({"timeout", 't', "end after so many seconds", "S"}, timeout_);
-        options.flag({"secure", 's', "tell which user sent each event"}, secure_);
+        options_.add_to(options);
         options.flag({"no-notifications", 0, "do not tell what is declared and taken back"},
                      quiet_);
-        options.flag({"since-start", 0, "leave out the states that are there at the start"}, new_);
-        options.flag({"visible", 0, "count as a subscriber, so that producers begin to send"},
-                     visible_);
     }
 
     int run(const std::vector<std::string> &arguments) override
     {
         Expression expression = any_of(arguments);
-        SwitchBus().require_switch();
         MainLoop loop;
-        loop_ = &loop;
-        SwitchWatch watch(loop);
-        start_ = Clock::now();
-        auto consumer = std::make_unique<EventConsumer>("qandor watch");
-        {
-            Subscription subscription =
-                subscribe(*consumer, visible_ ? expression : expression.clandestine());
-            loop.run(timeout_);
-        }
-        loop.finish(consumer);
-        bool is_missing = count_ && seen_ < *count_ && !loop.is_interrupted();
-        return is_missing ? EX_TEMPFAIL : EX_OK;
-    }
-
-private:
-    Subscription subscribe(EventConsumer &consumer, const Expression &expression)
-    {
+        EventWatch watch(loop, "qandor watch", options_);
         NotificationFunction notification;
         if (!quiet_)
             notification = [this](const Notification &told) { tell(told); };
-        if (secure_)
-            return consumer.subscribe_secure(
-                expression,
-                [this](const Event &event, std::optional<guint32> uid) { tell(event, uid); },
-                notification);
-        return consumer.subscribe(
-            expression, [this](const Event &event) { tell(event, std::nullopt); }, notification);
+        watch.subscribe(
+            expression,
+            [this](const Event &event, std::optional<guint32> uid) { tell(event, uid); },
+            notification);
+        return watch.run();
     }
 
-    void tell(const Event &event, std::optional<guint32> uid)
+private:
+    void tell(const Event &event, std::optional<guint32> uid) const
     {
-        if ((new_ && event.is_property() && event.time() < start_) || (count_ && seen_ == *count_))
-            return;
-        ++seen_;
         json_ ? write(event, uid) : show(event, uid);
         std::fflush(stdout);
-        if (count_ && seen_ == *count_)
-            loop_->quit();
     }
 
     void write(const Event &event, std::optional<guint32> uid) const
     {
         Json json = begun("event");
         json.update(json_of(event));
-        if (secure_)
+        if (options_.secure)
             json["uid"] = uid ? Json(*uid) : Json();
         print_json_line(json);
     }
@@ -107,8 +71,10 @@ private:
     void show(const Event &event, std::optional<guint32> uid) const
     {
         std::vector<KeyView> keys = keys_of(event);
-        std::string content = values_text(keys) + tags_text(event.tags());
-        if (secure_)
+        std::string content = values_text(keys);
+        if (std::string tags = tags_text(event.tags()); !tags.empty())
+            content += " " + tags;
+        if (options_.secure)
             content += " from " + (uid ? user_name(*uid) : std::string("?"));
         bool is_state = event.is_property();
         print_line(line_of(is_state ? "state" : "event", is_state ? Style::Yellow : Style::Cyan,
@@ -117,11 +83,7 @@ private:
 
     void tell(const Notification &notification) const
     {
-        G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-        GTimeVal time = notification_get_timestamp(notification.c());
-        G_GNUC_END_IGNORE_DEPRECATIONS
-        Clock::time_point when{std::chrono::seconds(time.tv_sec) +
-                               std::chrono::microseconds(time.tv_usec)};
+        Clock::time_point when = time_of(notification);
         json_ ? write(notification, when) : show(notification, when);
         std::fflush(stdout);
     }
@@ -143,13 +105,9 @@ private:
                            keys, keys_text(keys)));
     }
 
-    bool json_ = false, secure_ = false, quiet_ = false, new_ = false, visible_ = false;
-    std::optional<guint64> count_;
-    std::optional<double> timeout_;
-
-    MainLoop *loop_ = nullptr;
-    Clock::time_point start_;
-    guint64 seen_ = 0;
+    WatchOptions options_;
+    bool json_ = false;
+    bool quiet_ = false;
 };
 
 } // namespace
@@ -180,6 +138,7 @@ bus before the bus was asked.
     qandor watch --secure topic0=Device
 )",
     make_command<WatchCommand>,
+    {Argument::Expression},
 };
 
 } // namespace qandor::cli

@@ -4,6 +4,7 @@
 // be pointed at. Takes what the library's reader takes and nothing more.
 #pragma once
 
+#include <compare>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,6 +17,8 @@ namespace qandor::cli {
 struct XmlPlace {
     std::size_t line = 1;
     std::size_t column = 1;
+
+    auto operator<=>(const XmlPlace &) const = default;
 };
 
 struct XmlElement {

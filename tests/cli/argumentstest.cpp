@@ -2,6 +2,7 @@
 
 // What the tool says to command lines that are wrong, and where there is no bus or no switch.
 
+#include "recordings.hpp"
 #include "tool.hpp"
 
 #include "support/privatebus.hpp"
@@ -70,7 +71,7 @@ TEST(Arguments, TooManyOrTooFewAreRefused)
 
 TEST(Arguments, AWrongExpressionIsShownWithItsPlace)
 {
-    for (const char *command : {"list", "tree", "watch", "state"}) {
+    for (const char *command : {"list", "tree", "watch", "top", "state"}) {
         ToolRun run = tool({command, "a=1 & b!x"});
         EXPECT_EQ(run.code, EX_USAGE) << command;
         EXPECT_THAT(run.err, HasSubstr("a=1 & b!x\n       ^ expected is '!='\n")) << command;
@@ -91,6 +92,8 @@ TEST(Arguments, AnExpressionThatCannotBeBuiltIsRefused)
 
 TEST(NoBus, EveryCommandSaysSo)
 {
+    TemporaryFolder folder;
+    std::string recording = folder.path() / "new.rec";
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
     const std::vector<std::vector<std::string>> commands{
         {"status"},
@@ -98,6 +101,9 @@ TEST(NoBus, EveryCommandSaysSo)
         {"tree"},
         {"types"},
         {"watch"},
+        {"top"},
+        {"record", recording},
+        {"replay", folder.write("old.rec", recording_head())},
         {"state", "a"},
         {"send", "--declare", std::string(QANDOR_TYPES) + "/door-moved.xml", "door=a", "open=1"},
         {"types", "remove", "a"},
@@ -114,12 +120,17 @@ TEST(NoBus, EveryCommandSaysSo)
 TEST(NoSwitch, EveryCommandSaysSoAndWhatToDo)
 {
     PrivateBus bus;
+    TemporaryFolder folder;
+    std::string recording = folder.path() / "new.rec";
     const std::vector<std::vector<std::string>> commands{
         {"status"},
         {"list"},
         {"tree"},
         {"types"},
         {"watch"},
+        {"top"},
+        {"record", recording},
+        {"replay", folder.write("old.rec", recording_head())},
         {"state", "a"},
         {"send", "--declare", std::string(QANDOR_TYPES) + "/door-moved.xml", "door=a", "open=1"},
         {"types", "remove", "a"},
@@ -130,6 +141,7 @@ TEST(NoSwitch, EveryCommandSaysSoAndWhatToDo)
         EXPECT_THAT(run.err, HasSubstr("systemctl start event-switch")) << command[0];
         EXPECT_LE(run.width(), 80u) << run;
     }
+    EXPECT_FALSE(std::filesystem::exists(recording));
     ToolRun run = tool({"status", "--json"});
     EXPECT_EQ(run.code, EX_UNAVAILABLE);
     EXPECT_TRUE(run.json()["switch"].is_null());

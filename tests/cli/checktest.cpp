@@ -101,6 +101,20 @@ TEST_F(Checking, WarningsAreWhatCanOnlyBeAMistake)
               1);
 }
 
+TEST_F(Checking, OfAKeyThatIsThereTwiceTheOneThatCountsIsLookedAt)
+{
+    const std::string state = "<keyvalue key='a' value='1'><tag tag='property-state'/></keyvalue>";
+    const std::string plain = "<keyvalue key='a' value='1'/>";
+    EXPECT_EQ(check_keys(state + state).code, EX_OK);
+    EXPECT_THAT(check_keys(state + plain).out, HasSubstr("this one counts"));
+    // Of a state it is the first.
+    auto show = [](const std::string &keys) {
+        return tool({"show"}, "<property><expression>" + keys + "</expression></property>");
+    };
+    EXPECT_EQ(show(state + plain).code, EX_OK);
+    EXPECT_THAT(show(plain + state).err, HasSubstr("no key is tagged 'property-state'"));
+}
+
 TEST_F(Checking, WhatTheSystemMakesOfTheFileIsSaid)
 {
     TemporaryFolder system, added;

@@ -46,7 +46,8 @@ TEST(Help, ListsEveryCommandThatIsThere)
     std::vector<std::string> names = command_names();
     EXPECT_EQ(std::set(names.begin(), names.end()),
               (std::set<std::string>{"help", "status", "list", "tree", "types", "watch", "send",
-                                     "state", "check", "show", "explain", "graph", "doctor"}));
+                                     "state", "check", "show", "explain", "graph", "doctor",
+                                     "record", "replay", "top"}));
 }
 
 TEST(Help, EveryPageFitsAndHasUsageAndExamples)
@@ -96,8 +97,11 @@ protected:
         auto begins = [&](const char *command) { return line.starts_with(command); };
         if (std::size_t stay = line.find(" --stay"); stay != std::string::npos)
             line.erase(stay, std::string(" --stay").size());
-        if (begins("qandor watch") && line.find("--timeout") == std::string::npos)
-            line += " --timeout 0.1";
+        for (std::string command : {"qandor watch", "qandor record"})
+            if (line.starts_with(command) && line.find("--timeout") == std::string::npos)
+                line.insert(command.size(), " --timeout 0.1");
+        if (begins("qandor top") && line.find("--count") == std::string::npos)
+            line += " --count 1";
         if (begins("qandor types") || begins("qandor send") || begins("qandor check") ||
             begins("qandor doctor"))
             line += " '--types-read-only=" + event_switch.read_only_types().string() +
