@@ -7,6 +7,8 @@
 #include "fuzz/fixedrecords.hpp"
 #include "fuzz/target.hpp"
 
+#include "cli/recording.hpp"
+
 #include <filesystem>
 #include <fstream>
 
@@ -101,6 +103,78 @@ void make_xml(const std::filesystem::path &folder)
                      "value='&amp;&lt;' type='int' value-wildcard='TRUE'/></expression></declare>");
 }
 
+std::string hexadecimal(const std::string &bytes)
+{
+    std::string text;
+    for (char byte : bytes) {
+        char digits[8];
+        g_snprintf(digits, sizeof digits, "%02x ", static_cast<guint8>(byte));
+        text += digits;
+    }
+    return text;
+}
+
+// What can be shown: whole records, a part of one, in hexadecimal, and XML.
+void make_shown(const std::filesystem::path &folder)
+{
+    Seeds seeds(folder / "showrecord");
+    std::string event = take(event_serialize(fixed_events()[2]));
+    std::string declaration = take(event_declaration_serialize(fixed_declarations()[2]));
+    seeds.add("event", event);
+    seeds.add("declaration", declaration);
+    seeds.add("expression", take(subscribe_expression_serialize(fixed_expressions()[2])));
+    property_state *state = new_state();
+    seeds.add("state", take(property_state_serialize(state)));
+    property_state_free(state);
+    notification *made = new_notification(1);
+    seeds.add("notification", take(notification_serialize(made)));
+    notification_free(made);
+    seeds.add("inspectable", declaration.substr(22));
+    seeds.add("keyvalue", declaration.substr(22 + 5 + 3 + 3, 60));
+    seeds.add("hexadecimal", hexadecimal(event));
+    seeds.add("xml", take_text(event_declaration_serialize_xml(fixed_declarations()[2])));
+    seeds.add("subscribe", take_text(subscribe_expression_serialize_xml(fixed_expressions()[2])));
+}
+
+void make_checked(const std::filesystem::path &folder)
+{
+    Seeds seeds(folder / "checkxml");
+    seeds.add("declaration", take_text(event_declaration_serialize_xml(fixed_declarations()[2])));
+    seeds.add("property", take_text(event_declaration_serialize_xml(fixed_declarations()[1])));
+    seeds.add("expression", take_text(subscribe_expression_serialize_xml(fixed_expressions()[2])));
+    property_state *state = new_state();
+    seeds.add("state", take_text(property_state_serialize_xml(state)));
+    property_state_free(state);
+    seeds.add("findings", "<declare><tag/>text<expression><keyvalue key='a' not='yes' value='1' "
+                          "value-type='int'/><keyvalue key='a' value='1,5' value-type='double'>"
+                          "<tag tag='property-state'/></keyvalue></expression></declare>");
+}
+
+std::string entry(qandor::cli::EntryKind kind, guint64 time, const std::string &record)
+{
+    return qandor::cli::bytes_of({kind, time, 1000, record});
+}
+
+void make_recordings(const std::filesystem::path &folder)
+{
+    using qandor::cli::EntryKind;
+    Seeds seeds(folder / "readrecording");
+    std::string head = qandor::cli::recording_header(1000000000000000);
+    std::string declared, events, gone;
+    for (std::size_t i = 0; i < fixed_declarations().size(); ++i) {
+        std::string declaration = take(event_declaration_serialize(fixed_declarations()[i]));
+        declared += entry(EntryKind::Declared, i, declaration);
+        gone += entry(EntryKind::Gone, 10 + i, declaration);
+        events += entry(EntryKind::Event, 5 + i, take(event_serialize(fixed_events()[i])));
+    }
+    seeds.add("head", "0" + head);
+    seeds.add("whole", "0" + head + declared + events + gone);
+    seeds.add("mended", "1" + head + events + declared);
+    seeds.add("cut", "0" + head + declared.substr(0, declared.size() - 1));
+    seeds.add("zeros", "0" + head + declared + std::string(64, '\0'));
+    seeds.add("later", "1" + head + entry(static_cast<EntryKind>(99), 0, "news") + events);
+}
+
 void make_texts(const std::filesystem::path &folder)
 {
     Seeds seeds(folder / "expressiontext");
@@ -142,5 +216,8 @@ int main(int count, char **arguments)
     make_xml(arguments[1]);
     make_texts(arguments[1]);
     make_configurations(arguments[1]);
+    make_shown(arguments[1]);
+    make_checked(arguments[1]);
+    make_recordings(arguments[1]);
     return EXIT_SUCCESS;
 }
