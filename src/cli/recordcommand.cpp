@@ -8,7 +8,10 @@
 #include "cli/expressions.hpp"
 #include "cli/owners.hpp"
 #include "cli/recordingwriter.hpp"
+#include "cli/switchbus.hpp"
 #include "cli/terminal.hpp"
+
+#include <set>
 
 namespace qandor::cli {
 namespace {
@@ -35,6 +38,7 @@ public:
             [this](const Event &event, std::optional<guint32> uid) { record(event, uid); },
             [this](const Notification &notification) { record(notification); });
         int code = watch.run();
+        record_untold();
         writer.finish();
         if (arguments[0] != "-")
             print_line("recorded " + counted(events_, "event", "events"));
@@ -46,6 +50,9 @@ private:
     {
         write(EntryKind::Event, event_serialize(event.c()), uid);
         ++events_;
+        guint32 id = event_get_global_id(event.c());
+        if (!told_.contains(id))
+            untold_.insert(id);
     }
 
     // The declaration says by itself of which events it is.
@@ -53,8 +60,22 @@ private:
     {
         Declaration declaration = notification.declaration();
         event_declaration_set_global_id(declaration.c(), notification.declaration_id());
+        told_.insert(notification.declaration_id());
+        untold_.erase(notification.declaration_id());
         write(notification.is_removal() ? EntryKind::Gone : EntryKind::Declared,
               event_declaration_serialize(declaration.c()), std::nullopt);
+    }
+
+    // Events come from their producers and declarations are told of by the switch, so that the last
+    // event may have come first.
+    void record_untold()
+    {
+        if (untold_.empty() || has_failed_)
+            return;
+        for (const Declaration &declaration : SwitchBus().declarations())
+            if (untold_.contains(event_declaration_get_global_id(declaration.c())))
+                write(EntryKind::Declared, event_declaration_serialize(declaration.c()),
+                      std::nullopt);
     }
 
     // Nothing is put behind an entry that could not be written whole.
@@ -76,6 +97,8 @@ private:
     MainLoop *loop_ = nullptr;
     RecordingWriter *writer_ = nullptr;
     guint64 events_ = 0;
+    std::set<guint32> told_;   // of declarations, by their global ids
+    std::set<guint32> untold_; // of those of which events have come
     bool has_failed_ = false;
 };
 
