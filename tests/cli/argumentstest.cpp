@@ -90,12 +90,11 @@ TEST(Arguments, AnExpressionThatCannotBeBuiltIsRefused)
     EXPECT_EQ(tool({"list", "n:a=1 & m:a=2"}).code, EX_USAGE);
 }
 
-TEST(NoBus, EveryCommandSaysSo)
+// With a recording to write and one to read.
+std::vector<std::vector<std::string>> commands_that_need_a_switch(TemporaryFolder &folder,
+                                                                  const std::string &recording)
 {
-    TemporaryFolder folder;
-    std::string recording = folder.path() / "new.rec";
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
-    const std::vector<std::vector<std::string>> commands{
+    return {
         {"status"},
         {"list"},
         {"tree"},
@@ -108,7 +107,14 @@ TEST(NoBus, EveryCommandSaysSo)
         {"send", "--declare", std::string(QANDOR_TYPES) + "/door-moved.xml", "door=a", "open=1"},
         {"types", "remove", "a"},
     };
-    for (const auto &command : commands) {
+}
+
+TEST(NoBus, EveryCommandSaysSo)
+{
+    TemporaryFolder folder;
+    std::string recording = folder.path() / "new.rec";
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
+    for (const auto &command : commands_that_need_a_switch(folder, recording)) {
         ToolRun run = tool(command);
         EXPECT_EQ(run.code, EX_UNAVAILABLE) << command[0] << run;
         EXPECT_THAT(run.err, HasSubstr("There is no system bus")) << command[0];
@@ -122,20 +128,7 @@ TEST(NoSwitch, EveryCommandSaysSoAndWhatToDo)
     PrivateBus bus;
     TemporaryFolder folder;
     std::string recording = folder.path() / "new.rec";
-    const std::vector<std::vector<std::string>> commands{
-        {"status"},
-        {"list"},
-        {"tree"},
-        {"types"},
-        {"watch"},
-        {"top"},
-        {"record", recording},
-        {"replay", folder.write("old.rec", recording_head())},
-        {"state", "a"},
-        {"send", "--declare", std::string(QANDOR_TYPES) + "/door-moved.xml", "door=a", "open=1"},
-        {"types", "remove", "a"},
-    };
-    for (const auto &command : commands) {
+    for (const auto &command : commands_that_need_a_switch(folder, recording)) {
         ToolRun run = tool(command);
         EXPECT_EQ(run.code, EX_UNAVAILABLE) << command[0] << run;
         EXPECT_THAT(run.err, HasSubstr("systemctl start event-switch")) << command[0];
