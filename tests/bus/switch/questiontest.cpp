@@ -55,11 +55,7 @@ protected:
     }
     static void send_state(RawPeer &peer, const Received &subscribe, const char *state)
     {
-        auto expression = expression_of(subscribe);
-        peer.send_event(subscribe_expression_get_dbus_service(expression.get()),
-                        subscribe_expression_get_dbus_object(expression.get()),
-                        event_bytes("Power", state),
-                        subscribe_expression_get_consumer_token(expression.get()));
+        send_to_subscriber(peer, subscribe.bytes, event_bytes("Power", state));
     }
     static void stay_silent(RawPeer &peer)
     {
@@ -291,12 +287,9 @@ TEST_F(QuestionTest, AMalformedEventIsRefusedAndIsNoAnswer)
     producer.on_call = [this](const Received &received) {
         if (received.member != "Subscribe")
             return true;
-        auto expression = expression_of(received);
         std::string bytes = event_bytes("Power", "on");
         bytes.pop_back();
-        producer.send_event(subscribe_expression_get_dbus_service(expression.get()),
-                            subscribe_expression_get_dbus_object(expression.get()), bytes,
-                            subscribe_expression_get_consumer_token(expression.get()));
+        send_to_subscriber(producer, received.bytes, bytes);
         return true;
     };
     EXPECT_EQ(ask().text, "The property has no state");

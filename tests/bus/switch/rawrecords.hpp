@@ -22,6 +22,17 @@ inline Owned<GArray> array_from(const std::string &bytes)
     return array;
 }
 
+// Sends an event to whom a Subscribe call, of which these are the bytes, wants it sent.
+template <class Peer>
+void send_to_subscriber(Peer &peer, const std::string &subscribe, const std::string &event)
+{
+    Owned<subscribe_expression> expression(
+        subscribe_expression_deserialize(array_from(subscribe).get()));
+    peer.send_event(subscribe_expression_get_dbus_service(expression.get()),
+                    subscribe_expression_get_dbus_object(expression.get()), event,
+                    subscribe_expression_get_consumer_token(expression.get()));
+}
+
 inline std::string declaration_bytes(const char *topic, guint32 local_id, bool property = false)
 {
     Owned<event_declaration> declaration(event_declaration_new(FALSE));

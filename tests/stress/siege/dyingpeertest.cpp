@@ -28,7 +28,7 @@ protected:
         producer.on_call = [this](const Received &received) {
             note(received);
             if (received.member == "Subscribe")
-                send_to_subscriber(received);
+                send_to_subscriber(producer, received.bytes, event_bytes("Power", "on"));
             return true;
         };
         consumer.on_call = [this](const Received &received) {
@@ -65,15 +65,6 @@ protected:
         consumer.take();
     }
 
-    void send_to_subscriber(const Received &subscribe)
-    {
-        Owned<subscribe_expression> expression(
-            subscribe_expression_deserialize(array_from(subscribe.bytes).get()));
-        producer.send_event(subscribe_expression_get_dbus_service(expression.get()),
-                            subscribe_expression_get_dbus_object(expression.get()),
-                            event_bytes("Power", "on"),
-                            subscribe_expression_get_consumer_token(expression.get()));
-    }
     // What has come for somebody has to go again, with his name: declarations at the consumer,
     // subscriptions at the producer.
     void note(const Received &received)
@@ -222,12 +213,7 @@ TEST_F(DyingPeerTest, WhoAsksIsAnsweredWhenTheProducerDies)
             auto is_answered = [&] { return run_until([&] { return answer.has_value(); }); };
             try {
                 Received asked = peer.hear("Subscribe");
-                Owned<subscribe_expression> expression(
-                    subscribe_expression_deserialize(array_from(asked.bytes).get()));
-                peer.send_event(subscribe_expression_get_dbus_service(expression.get()),
-                                subscribe_expression_get_dbus_object(expression.get()),
-                                event_bytes("MortalPower", "on"),
-                                subscribe_expression_get_consumer_token(expression.get()));
+                send_to_subscriber(peer, asked.bytes, event_bytes("MortalPower", "on"));
                 peer.hear("Unsubscribe");
             } catch (const MortalPeer::Death &) {
                 EXPECT_TRUE(is_answered());

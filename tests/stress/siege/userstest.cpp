@@ -58,7 +58,7 @@ protected:
             GTEST_SKIP() << "only root can be somebody else";
         producer.on_call = [this](const Received &received) {
             if (received.member == "Subscribe")
-                send_state(received);
+                send_to_subscriber(producer, received.bytes, event_bytes("Power", "on"));
             return true;
         };
         join();
@@ -81,15 +81,6 @@ protected:
                       .error,
                   "");
         settle();
-    }
-    void send_state(const Received &subscribe)
-    {
-        Owned<subscribe_expression> expression(
-            subscribe_expression_deserialize(array_from(subscribe.bytes).get()));
-        producer.send_event(subscribe_expression_get_dbus_service(expression.get()),
-                            subscribe_expression_get_dbus_object(expression.get()),
-                            event_bytes("Power", "on"),
-                            subscribe_expression_get_consumer_token(expression.get()));
     }
     // All peers live while one of them waits for its answer.
     template <class... Arguments>

@@ -260,11 +260,7 @@ TEST_F(SwitchBytesTest, NoEventOfAProducerMakesAStateThatIsNotWhole)
     producer.on_call = [&](const Received &received) {
         if (received.member != "Subscribe")
             return true;
-        Owned<subscribe_expression> asked(
-            subscribe_expression_deserialize(array_from(received.bytes).get()));
-        producer.send_event(subscribe_expression_get_dbus_service(asked.get()),
-                            subscribe_expression_get_dbus_object(asked.get()), mutations.next(),
-                            subscribe_expression_get_consumer_token(asked.get()));
+        send_to_subscriber(producer, received.bytes, mutations.next());
         return true;
     };
     std::size_t states = 0;
