@@ -135,6 +135,8 @@ public:
     void extend(Bucket bucket, key_value *added);
 
 private:
+    friend class Footprint;
+
     // From here on a table is cheaper than looking at every bucket, and adding many stays linear.
     static constexpr std::size_t many = 16;
 

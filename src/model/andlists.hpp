@@ -52,6 +52,8 @@ public:
     }
 
 private:
+    friend class Footprint;
+
     std::optional<AndList> first_;
     std::vector<AndList> more_;
 };

@@ -48,6 +48,9 @@ public:
         return bytes;
     }
 
+    // With what is not taken yet.
+    std::size_t size() const { return sizeof *this + left_ + used_; }
+
 private:
     explicit AttributesBlock(std::size_t size) : left_(size) {}
 
@@ -85,6 +88,7 @@ public:
         AttributesBlock::dispose(attributes->block_);
     }
 
+    const AttributesBlock &block() const { return *block_; }
     OptionalText get(Attribute which) const { return texts_[static_cast<std::size_t>(which)]; }
 
 private:

@@ -6,6 +6,7 @@
 
 #include <qandor/eventutils.h>
 
+#include <algorithm>
 #include <set>
 
 using namespace qandor;
@@ -63,6 +64,7 @@ struct CheckedTags {
         for (guint32 i = 0; i < count && !checker.failed(); ++i) {
             std::string_view tag;
             visit(tag);
+            ++checker.shape().tags;
         }
     }
 };
@@ -75,6 +77,15 @@ struct CheckedKeyValue {
 bool is_flag(gint value)
 {
     return value == FALSE || value == TRUE;
+}
+
+void count_key_value(RecordShape &shape, const grammar::KeyValueFields &fields)
+{
+    ++shape.key_values;
+    shape.key_wildcards += fields.key_wildcard ? 1 : 0;
+    for (std::string_view text : {fields.name_space, fields.key_nice_name, fields.value_nice_name,
+                                  fields.value_user_string, fields.complex_type_name})
+        shape.attributes += text.empty() ? 0 : 1;
 }
 
 // What is wrong with one key-value taken by itself; NULL for nothing.
@@ -104,6 +115,9 @@ struct CheckedBucket {
     {
         if (count == 0)
             checker.fail("a bucket is empty");
+        RecordShape &shape = checker.shape();
+        ++shape.buckets;
+        shape.longest_bucket = std::max(shape.longest_bucket, count);
         for (guint32 i = 0; i < count && !checker.failed(); ++i) {
             std::size_t place = checker.offset();
             CheckedKeyValue key_value{{}, {checker, true}};
@@ -111,6 +125,7 @@ struct CheckedBucket {
             if (checker.failed())
                 return;
             check(key_value.fields, place);
+            count_key_value(checker.shape(), key_value.fields);
             std::string_view own = wildcard ? key_value.fields.value : key_value.fields.key;
             if (i > 0 && own != name)
                 checker.fail_at(place, "the key-values of a bucket disagree");
@@ -171,7 +186,15 @@ struct CheckedInspectable {
         if (count == 0 || (count > 1 && !is_expression))
             checker.fail("the number of and-lists is not what the type allows");
         for (guint32 i = 0; i < count && !checker.failed(); ++i)
-            visit(CheckedAndList{checker, is_expression});
+            visit_alternative(CheckedAndList{checker, is_expression}, visit);
+    }
+    template <class Visit> void visit_alternative(CheckedAndList &&alternative, Visit visit)
+    {
+        RecordShape &shape = checker.shape();
+        guint32 buckets_before = shape.buckets;
+        visit(alternative);
+        ++shape.alternatives;
+        shape.empty_alternatives += shape.buckets == buckets_before ? 1 : 0;
     }
     CheckedTags tags() const
     {
@@ -241,7 +264,7 @@ void check_nested(Checker &checker, const guint8 *outer, RecordKind kind, const 
 {
     if (checker.failed())
         return;
-    if (auto fault = check_record(kind, blob.data, blob.size))
+    if (auto fault = check_record(kind, blob.data, blob.size, nullptr, &checker.shape()))
         checker.fail_at(static_cast<std::size_t>(blob.data - outer) + fault->offset,
                         fault->what.c_str());
 }
@@ -275,10 +298,13 @@ void walk(Checker &checker, RecordKind kind, const guint8 *bytes)
 
 std::optional<Malformation> qandor::check_record(RecordKind kind, const guint8 *bytes,
                                                  std::size_t size,
-                                                 std::vector<std::string_view> *key_names)
+                                                 std::vector<std::string_view> *key_names,
+                                                 RecordShape *shape)
 {
+    RecordShape unwanted;
     Checker checker(bytes, size);
     checker.collect_key_names(key_names);
+    checker.count_into(shape ? shape : &unwanted);
     walk(checker, kind, bytes);
     if (!checker.failed() && !checker.at_end())
         checker.fail("bytes are left over behind the record");

@@ -3,6 +3,7 @@
 #include "model/declarationindex.hpp"
 
 #include "model/andlists.hpp"
+#include "model/footprint.hpp"
 #include "model/inspectable.hpp"
 
 namespace qandor {
@@ -184,6 +185,18 @@ void DeclarationIndex::clear()
 {
     while (FiledDeclaration *declaration = declarations_.first())
         remove(declaration->hash);
+}
+
+std::size_t DeclarationIndex::most_memory_for(const inspectable &declaration)
+{
+    const std::size_t of_value =
+        block_size(sizeof(FiledValue)) + block_size(sizeof(Values)) + HashChains::memory_for_record;
+    const std::size_t of_key = block_size(sizeof(Values)) + HashChains::memory_for_record;
+    std::size_t size = block_size(sizeof(FiledDeclaration)) + HashChains::memory_for_record;
+    for (const AndList &content : declaration.and_lists)
+        for (Bucket bucket : content.keyed())
+            size += of_key + bucket.count() * of_value;
+    return size;
 }
 
 // How many declarations have a value for the conditions on one key, or may get one.

@@ -39,6 +39,9 @@ public:
     // Puts into matches those declarations that satisfy the expression, in the order of addition.
     void find(const inspectable &expression, Matches &matches) const;
 
+    // What an index keeps for a declaration at most, in bytes, whatever else is in it.
+    static std::size_t most_memory_for(const inspectable &declaration);
+
     // How many records of its own it holds.
     std::size_t record_count() const { return records_.size(); }
 

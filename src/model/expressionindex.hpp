@@ -49,6 +49,9 @@ public:
     // Puts into matches those expressions that the container satisfies, in the order of addition.
     void find(const inspectable &container, Matches &matches) const;
 
+    // What an index keeps for an expression at most, in bytes, whatever else is in it.
+    static std::size_t most_memory_for(const inspectable &expression);
+
     // How many records of its own it holds.
     std::size_t record_count() const { return expressions_.size() + nodes_.size(); }
 

@@ -35,6 +35,8 @@ public:
     Chained *chain(guint32 hash) const { return count_ ? *place(chain_of(hash)) : nullptr; }
 
     std::size_t size() const { return records_; }
+    // What the table itself keeps for a record at most: a chain, and one that is to be.
+    static constexpr std::size_t memory_for_record = 2 * sizeof(Chained *);
 
     void add(Chained &record);
     void remove(Chained &record);

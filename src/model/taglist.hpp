@@ -29,6 +29,8 @@ public:
     void give(std::string_view tag);
 
 private:
+    friend class Footprint;
+
     std::vector<std::string> tags_;
     std::unordered_set<std::string> known_; // filled once there are too many to search one by one
     bool may_repeat_ = false;

@@ -19,6 +19,10 @@
 #include <string_view>
 #include <vector>
 
+namespace qandor {
+struct RecordShape;
+}
+
 namespace qandor::wire {
 
 // Bytes that a record refers to without owning them.
@@ -200,6 +204,10 @@ public:
             key_names_->push_back(name);
     }
 
+    // What the record consists of is counted here.
+    void count_into(RecordShape *shape) { shape_ = shape; }
+    RecordShape &shape() const { return *shape_; }
+
     bool failed() const { return !what_.empty(); }
     std::size_t offset() const { return offset_; }
     const std::string &what() const { return what_; }
@@ -277,6 +285,7 @@ private:
     std::size_t offset_ = 0;
     std::string what_;
     std::vector<std::string_view> *key_names_ = nullptr;
+    RecordShape *shape_ = nullptr;
 };
 
 } // namespace qandor::wire

@@ -235,6 +235,45 @@ TEST(Checker, SaysWhatIsWrongAndWhere)
     EXPECT_EQ(fault->offset, 0u);
 }
 
+TEST(Checker, TellsWhatARecordConsistsOf)
+{
+    PlainKeyValue keyed, wildcard;
+    keyed.key = "a";
+    keyed.name_space = "n";
+    keyed.value_nice_name = "nice";
+    keyed.tags = {"", "t"};
+    wildcard.key_wildcard = 1;
+    wildcard.value = "v";
+    PlainExpression expression;
+    expression.content.type = IT_SUBSCRIBE_EXPRESSION;
+    expression.content.and_lists = {{}, {}, {}};
+    PlainAndList &list = expression.content.and_lists[1];
+    list.keyed["a"] = {keyed, keyed, keyed};
+    list.wildcards["v"] = {wildcard, wildcard};
+    PlainBytes bytes = to_bytes(expression);
+
+    RecordShape shape;
+    ASSERT_FALSE(
+        check_record(RecordKind::SubscribeExpression, bytes.data(), bytes.size(), nullptr, &shape));
+    EXPECT_EQ(shape.alternatives, 3u);
+    EXPECT_EQ(shape.empty_alternatives, 2u);
+    EXPECT_EQ(shape.buckets, 2u);
+    EXPECT_EQ(shape.longest_bucket, 3u);
+    EXPECT_EQ(shape.key_values, 5u);
+    EXPECT_EQ(shape.key_wildcards, 2u);
+    EXPECT_EQ(shape.tags, 6u);
+    EXPECT_EQ(shape.attributes, 6u);
+
+    PlainDeclaration declaration;
+    declaration.content.type = IT_EVENT_DECLARATION;
+    declaration.content.tags = {"", ""};
+    bytes = to_bytes(declaration);
+    ASSERT_FALSE(
+        check_record(RecordKind::EventDeclaration, bytes.data(), bytes.size(), nullptr, &shape));
+    EXPECT_EQ(shape.tags, 8u) << "what was there is added to";
+    EXPECT_EQ(shape.alternatives, 4u);
+}
+
 PlainExpression expression_of(const PlainKeyValue &record)
 {
     PlainExpression expression;
