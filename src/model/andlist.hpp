@@ -142,8 +142,8 @@ private:
 
     // Where a key's (a value's) bucket stands, once there are too many to look at one by one.
     struct Places {
-        std::unordered_map<const KeyName *, std::size_t> keyed;
-        std::unordered_map<std::string_view, std::size_t> wildcards;
+        std::unordered_map<const KeyName *, std::size_t, KeyNameHash> keyed;
+        std::unordered_map<std::string_view, std::size_t, TextHash> wildcards;
     };
 
     void put_bucket(key_value *first);

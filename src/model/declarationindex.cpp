@@ -5,6 +5,7 @@
 #include "model/andlists.hpp"
 #include "model/footprint.hpp"
 #include "model/inspectable.hpp"
+#include "model/keyedhash.hpp"
 
 namespace qandor {
 

@@ -6,6 +6,7 @@
 #include "model/andlists.hpp"
 #include "model/expressionindex.hpp"
 #include "model/inspectable.hpp"
+#include "model/keyedhash.hpp"
 #include "model/linkedlist.hpp"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "model/keyname.hpp"
 
-#include "model/shortbytes.hpp"
+#include "model/keyedhash.hpp"
 
 #include <atomic>
 #include <cstring>

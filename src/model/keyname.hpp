@@ -28,4 +28,8 @@ struct KeyName {
     static const KeyName *find(std::string_view name);
 };
 
+struct KeyNameHash {
+    std::size_t operator()(const KeyName *name) const { return name->hash; }
+};
+
 } // namespace qandor

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Copying, comparing, hashing and cutting of texts that are mostly short: without a call, by words
+// Copying, comparing and searching of texts that are mostly short: without a call, by words
 // that may overlap.
 #pragma once
 
@@ -83,24 +83,6 @@ inline bool has_nul(std::string_view bytes)
         return has_zero_byte(load<guint32>(begin) |
                              static_cast<guint64>(load<guint32>(begin + size - 4)) << 32);
     return !begin[0] || !begin[size / 2] || !begin[size - 1];
-}
-
-inline guint32 hash_of(std::string_view bytes)
-{
-    auto mix = [](guint64 hash, guint64 word) {
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDU;
-        return hash ^ (hash >> 32);
-    };
-    std::size_t size = bytes.size();
-    const char *at = bytes.data();
-    guint64 hash = size;
-    for (std::size_t left = size; left > 8; left -= 8, at += 8)
-        hash = mix(hash, load<guint64>(at));
-    if (size >= 8)
-        return static_cast<guint32>(mix(hash, load<guint64>(bytes.data() + size - 8)));
-    guint64 word = 0;
-    copy_bytes(&word, at, size);
-    return static_cast<guint32>(mix(hash, word));
 }
 
 } // namespace qandor

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "model/counted.hpp"
+#include "model/keyedhash.hpp"
 
 #include <glib.h>
 
@@ -32,7 +33,8 @@ private:
     friend class Footprint;
 
     std::vector<std::string> tags_;
-    std::unordered_set<std::string> known_; // filled once there are too many to search one by one
+    std::unordered_set<std::string, TextHash>
+        known_; // filled once there are too many to search one by one
     bool may_repeat_ = false;
 };
 

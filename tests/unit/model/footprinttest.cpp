@@ -164,8 +164,6 @@ const Shape worst_shapes[] = {
          return read_again(*made);
      },
      200},
-    {"NothingAtAll", [](unsigned) { return read_again(*empty_record(IT_EVENT_DECLARATION)); },
-     100000},
 };
 
 class Footprints : public testing::TestWithParam<Shape> {};
