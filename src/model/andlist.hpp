@@ -98,7 +98,7 @@ public:
     // The bucket of a key (of a value), which is false when there is none.
     Bucket find(const KeyName *key) const
     {
-        if (places_)
+        if (places_) [[unlikely]]
             return find_in_places(key);
         for (const BucketPlace &place : keyed_)
             if (place.key == key)
@@ -126,7 +126,7 @@ public:
     Bucket begin_bucket(key_value *first)
     {
         first->begin_chain();
-        if (first->key_wildcard || keyed_.size() >= many || find(first->key))
+        if (first->key_wildcard || places_ || keyed_.size() >= many || find(first->key))
             put_bucket(first);
         else
             keyed_.push_back({first->key, first});
