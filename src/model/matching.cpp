@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Whether one inspectable satisfies the conditions of another. Nothing is allocated and nothing is
-// marked in the inspectables, so several threads may ask about the same ones at once.
+// Whether one inspectable satisfies the conditions of another. Ordinary ones are compared value by
+// value and allocate nothing. Only where a key has many values, and there are many conditions on
+// it, tables keep the work linear in both.
+
+#include "model/matching.hpp"
 
 #include "model/inspectable.hpp"
-
+#include "model/valuetable.hpp"
 #include "platform/check.hpp"
+
+#include <unordered_map>
 
 using namespace qandor;
 
@@ -28,45 +33,11 @@ private:
     bool matched_ = false;
 };
 
-void weigh_condition(Bucket present, const key_value &condition, BucketVerdict &verdict)
-{
-    if (!present) {
-        verdict.take(weigh(nullptr, condition));
-        return;
-    }
-    for (const key_value &container : present) {
-        verdict.take(weigh(&container, condition));
-        if (verdict.excluded())
-            return;
-    }
-}
-
-[[gnu::noinline]] bool several_are_satisfied(Bucket present, Bucket conditions)
-{
-    BucketVerdict verdict;
-    bool all_negated = true;
-    for (const key_value &condition : conditions) {
-        weigh_condition(present, condition, verdict);
-        if (verdict.excluded())
-            return false;
-        all_negated = all_negated && condition.negated;
-    }
-    return verdict.matched() || all_negated;
-}
-
 // A condition alone on its key, as most are, against the one key-value that is there.
 bool condition_is_satisfied(Bucket present, const key_value &condition)
 {
     Verdict verdict = weigh(present ? &present.first() : nullptr, condition);
     return verdict == Verdict::Matched || (verdict != Verdict::Excluded && condition.negated);
-}
-
-bool bucket_is_satisfied(const AndList &container, Bucket conditions)
-{
-    Bucket present = container.find(conditions.key());
-    if (conditions.count() == 1 && (!present || present.count() == 1))
-        return condition_is_satisfied(present, conditions.first());
-    return several_are_satisfied(present, conditions);
 }
 
 // How the values of a container meet the key wildcards of one value.
@@ -75,7 +46,7 @@ struct Evaluated {
     bool has_wildcard = false; // some key has any value
 };
 
-Evaluated bucket_evaluate(const AndList &container, const std::string &value)
+Evaluated bucket_evaluate(const AndList &container, std::string_view value)
 {
     Evaluated evaluated;
     for (Bucket bucket : container.keyed()) {
@@ -84,12 +55,46 @@ Evaluated bucket_evaluate(const AndList &container, const std::string &value)
                 continue;
             if (present.value_wildcard)
                 evaluated.has_wildcard = true;
-            else if (present.value == value)
+            else if (are_same_bytes(present.value, value))
                 evaluated.has_value = true;
         }
     }
     return evaluated;
 }
+
+} // namespace
+
+// The same of all values at once.
+class qandor::AnyKeyValues {
+public:
+    explicit AnyKeyValues(const AndList &container)
+    {
+        for (Bucket bucket : container.keyed())
+            for (const key_value &present : bucket)
+                if (!present.negated)
+                    add(present);
+    }
+    Evaluated evaluate(std::string_view value) const
+    {
+        Evaluated evaluated{.has_wildcard = has_wildcard_};
+        table_.for_each_of(value, [&](const key_value &) { evaluated.has_value = true; });
+        return evaluated;
+    }
+
+private:
+    void add(const key_value &present)
+    {
+        if (present.value_wildcard)
+            has_wildcard_ = true;
+        else
+            table_.add(present);
+    }
+
+    ValueTable table_;
+    bool has_wildcard_ = false;
+};
+
+namespace {
 
 // A key of any value stands in for a condition's value, but does not break a negated condition.
 bool bucket_check_evaluated(Bucket conditions, Evaluated evaluated)
@@ -103,39 +108,169 @@ bool bucket_check_evaluated(Bucket conditions, Evaluated evaluated)
     return true;
 }
 
-// Most expressions have none, and should not pay for it.
-[[gnu::noinline]] bool wildcards_are_satisfied(const AndList &container, Buckets wildcards)
+std::size_t count_values(const AndList &container)
 {
-    for (Bucket bucket : wildcards)
-        if (!bucket_check_evaluated(bucket, bucket_evaluate(container, bucket.first().value)))
-            return false;
-    return true;
-}
-
-bool and_list_contains(const AndList &container, const AndList &conditions)
-{
-    if (!container.wildcards().empty())
-        return false;
-    for (Bucket bucket : conditions.keyed())
-        if (!bucket_is_satisfied(container, bucket))
-            return false;
-    return conditions.wildcards().empty() ||
-           wildcards_are_satisfied(container, conditions.wildcards());
+    std::size_t count = 0;
+    for (Bucket bucket : container.keyed())
+        count += bucket.count();
+    return count;
 }
 
 } // namespace
 
+struct Containment::Tables {
+    std::unordered_map<const key_value *, BucketValues> of_keys; // by the first of the bucket
+    std::unordered_map<const AndList *, AnyKeyValues> of_any_key;
+};
+
+void Containment::DropTables::operator()(Tables *tables) const
+{
+    std::default_delete<Tables>()(tables);
+}
+
+Containment::Tables &Containment::tables()
+{
+    if (!tables_)
+        tables_.reset(std::make_unique<Tables>().release());
+    return *tables_;
+}
+
+// A few values are compared with every condition, and many with the first few conditions: a table
+// is dear to make.
+bool Containment::is_worth_a_table(std::size_t values, std::size_t conditions)
+{
+    constexpr std::size_t few = 8, enough = 512;
+    std::size_t comparisons = values * conditions;
+    if (values > few && comparisons_ + comparisons > enough)
+        return true;
+    comparisons_ += comparisons;
+    return false;
+}
+
+bool Containment::several_are_satisfied(Bucket present, Bucket conditions)
+{
+    BucketVerdict verdict;
+    const BucketValues *values = nullptr;
+    if (present && is_worth_a_table(present.count(), conditions.count()))
+        values = &tables().of_keys.try_emplace(&present.first(), present).first->second;
+    bool all_negated = true;
+    for (const key_value &condition : conditions) {
+        auto take = [&](const key_value &one) { verdict.take(weigh(&one, condition)); };
+        if (!present)
+            verdict.take(weigh(nullptr, condition));
+        else if (values)
+            values->for_each_that_counts(condition, take);
+        else
+            for (const key_value &one : present)
+                take(one);
+        if (verdict.excluded())
+            return false;
+        all_negated = all_negated && condition.negated;
+    }
+    return verdict.matched() || all_negated;
+}
+
+// NULL while it is better to look at each.
+const AnyKeyValues *Containment::values_of_any_key(const AndList &present, std::size_t conditions)
+{
+    if (tables_)
+        if (auto known = tables_->of_any_key.find(&present); known != tables_->of_any_key.end())
+            return &known->second;
+    if (!is_worth_a_table(count_values(present), conditions))
+        return nullptr;
+    return &tables().of_any_key.try_emplace(&present, present).first->second;
+}
+
+bool Containment::wildcards_are_satisfied(const AndList &present, Buckets wildcards)
+{
+    const AnyKeyValues *values = values_of_any_key(present, wildcards.size());
+    for (Bucket bucket : wildcards) {
+        std::string_view value = bucket.first().value;
+        Evaluated evaluated = values ? values->evaluate(value) : bucket_evaluate(present, value);
+        if (!bucket_check_evaluated(bucket, evaluated))
+            return false;
+    }
+    return true;
+}
+
+namespace {
+
+enum class Answer { No, Yes, Unknown };
+
+Answer answer(bool is_yes)
+{
+    return is_yes ? Answer::Yes : Answer::No;
+}
+
+// What is not ordinary is for the rest: several conditions or values of a key, and key wildcards.
+template <class Rest>
+inline Answer weigh(const AndList &present, const AndList &conditions, Rest &rest)
+{
+    if (!present.wildcards().empty())
+        return Answer::No;
+    for (Bucket bucket : conditions.keyed()) {
+        Bucket its = present.find(bucket.key());
+        if (bucket.count() == 1 && (!its || its.count() == 1)) {
+            if (!condition_is_satisfied(its, bucket.first()))
+                return Answer::No;
+        } else if (Answer its_answer = rest.weigh(its, bucket); its_answer != Answer::Yes) {
+            return its_answer;
+        }
+    }
+    return conditions.wildcards().empty() ? Answer::Yes
+                                          : rest.weigh(present, conditions.wildcards());
+}
+
+template <class Rest>
+inline Answer weigh(const inspectable &container, const inspectable &containee, Rest &&rest)
+{
+    for (const AndList &present : container.and_lists)
+        for (const AndList &conditions : containee.and_lists)
+            if (Answer answer = weigh(present, conditions, rest); answer != Answer::No)
+                return answer;
+    return Answer::No;
+}
+
+struct OnlyOrdinary {
+    static Answer weigh(Bucket, Bucket) { return Answer::Unknown; }
+    static Answer weigh(const AndList &, Buckets) { return Answer::Unknown; }
+};
+
+struct Everything {
+    Answer weigh(Bucket present, Bucket conditions)
+    {
+        return answer(containment.several_are_satisfied(present, conditions));
+    }
+    Answer weigh(const AndList &present, Buckets wildcards)
+    {
+        return answer(containment.wildcards_are_satisfied(present, wildcards));
+    }
+
+    Containment &containment;
+};
+
+[[gnu::noinline]] bool contains_anew(const inspectable &container, const inspectable &containee)
+{
+    return Containment(container).satisfies(containee);
+}
+
+} // namespace
+
+bool Containment::satisfies(const inspectable &expression)
+{
+    return weigh(container_, expression, Everything{*this}) == Answer::Yes;
+}
+
+// Nearly all are ordinary, and pay for nothing else.
 gboolean inspectable_contains(const inspectable *container, const inspectable *containee)
 {
     CHECK(container != NULL);
     CHECK(containee != NULL);
     CHECK_TYPE_IS_VALID(container);
     CHECK_TYPE_IS_VALID(containee);
-    for (const AndList &present : container->and_lists)
-        for (const AndList &conditions : containee->and_lists)
-            if (and_list_contains(present, conditions))
-                return TRUE;
-    return FALSE;
+    Answer answer = weigh(*container, *containee, OnlyOrdinary());
+    return answer == Answer::Unknown ? contains_anew(*container, *containee)
+                                     : answer == Answer::Yes;
 }
 
 gboolean inspectable_is_complete(const inspectable *inspect)
