@@ -7,6 +7,10 @@
 #include "model/inspectable.hpp"
 #include "model/keyedhash.hpp"
 
+#include <algorithm>
+#include <compare>
+#include <vector>
+
 namespace qandor {
 
 struct DeclarationIndex::FiledValue : SliceAllocated {
@@ -56,6 +60,31 @@ struct DeclarationIndex::FiledDeclaration : Chained, SliceAllocated {
     FiledValue *first = nullptr;
     FiledDeclaration *next = nullptr;
     FiledDeclaration *previous = nullptr;
+};
+
+// What the declarations are taken from, in the end.
+class DeclarationIndex::Places {
+public:
+    void consider(const DeclarationIndex &index, Bucket conditions);
+    void add_all(const Places &others);
+    void leave_each_once();
+    void take(Matches &matches) const;
+
+    // How many declarations there are to take, one that is in several places with each.
+    std::size_t count() const { return count_; }
+
+private:
+    struct Place {
+        const Values *values;
+        bool with_values; // of a key: those of all its values, too
+        auto operator<=>(const Place &) const = default;
+    };
+
+    void add(Place place);
+    void clear();
+
+    std::vector<Place> places_;
+    std::size_t count_ = 0;
 };
 
 namespace {
@@ -125,6 +154,8 @@ void DeclarationIndex::file(FiledDeclaration &declaration, const AndList &conten
             Values &its = present.value_wildcard
                               ? of_key
                               : values(Value, present.key, hash_of(present.value), &of_key);
+            if (its.count > 0 && its.filed.last()->owner == &declaration)
+                continue; // the same value once more
             declaration.first =
                 std::make_unique<FiledValue>(its, declaration, declaration.first).release();
             its.filed.append(*declaration.first);
@@ -141,6 +172,7 @@ void DeclarationIndex::add(guint32 id, const inspectable &declaration)
         *std::make_unique<FiledDeclaration>(id, ++last_order_, declaration).release();
     records_.add(made);
     declarations_.append(made);
+    ++declaration_count_;
     for (const AndList &content : declaration.and_lists)
         if (content.wildcards().empty())
             file(made, content);
@@ -176,6 +208,7 @@ void DeclarationIndex::remove(guint32 id)
         return;
     records_.remove(*gone);
     declarations_.remove(*gone);
+    --declaration_count_;
     while (std::unique_ptr<FiledValue> filed{gone->first}) {
         gone->first = filed->next_of_owner;
         take_out(*filed);
@@ -200,20 +233,65 @@ std::size_t DeclarationIndex::most_memory_for(const inspectable &declaration)
     return size;
 }
 
-// How many declarations have a value for the conditions on one key, or may get one.
-std::size_t DeclarationIndex::count(Bucket conditions) const
+// Whose declarations may satisfy the conditions on one key: those that have it open, and those of
+// one of the values, or of any.
+void DeclarationIndex::Places::consider(const DeclarationIndex &index, Bucket conditions)
 {
-    const Values *of_key = find_values(Key, conditions.key(), 0);
+    clear();
+    const Values *of_key = index.find_values(Key, conditions.key(), 0);
     if (!of_key)
-        return 0;
-    if (wants_any_value(conditions))
-        return of_key->count + of_key->count_of_values;
-    std::size_t count = of_key->count;
+        return;
+    if (wants_any_value(conditions)) {
+        add({of_key, true});
+        return;
+    }
+    add({of_key, false});
     for (const key_value &condition : conditions)
         if (!condition.negated)
-            if (const Values *with = find_values(Value, condition.key, hash_of(condition.value)))
-                count += with->count;
-    return count;
+            if (const Values *with =
+                    index.find_values(Value, condition.key, hash_of(condition.value)))
+                add({with, false});
+}
+
+void DeclarationIndex::Places::add(Place place)
+{
+    places_.push_back(place);
+    count_ += place.values->count + (place.with_values ? place.values->count_of_values : 0);
+}
+
+void DeclarationIndex::Places::clear()
+{
+    places_.clear();
+    count_ = 0;
+}
+
+// Alternatives often want the same.
+void DeclarationIndex::Places::add_all(const Places &others)
+{
+    places_.insert(places_.end(), others.places_.begin(), others.places_.end());
+    count_ += others.count_;
+}
+
+void DeclarationIndex::Places::leave_each_once()
+{
+    std::vector<Place> all = std::exchange(places_, {});
+    std::sort(all.begin(), all.end());
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+    clear();
+    for (const Place &place : all)
+        add(place);
+}
+
+void DeclarationIndex::Places::take(Matches &matches) const
+{
+    for (const Place &place : places_) {
+        DeclarationIndex::take(*place.values, matches);
+        if (!place.with_values)
+            continue;
+        const Values *with = place.values->with_values.first();
+        for (; with; with = with->next)
+            DeclarationIndex::take(*with, matches);
+    }
 }
 
 void DeclarationIndex::take(const Values &values, Matches &matches)
@@ -222,57 +300,58 @@ void DeclarationIndex::take(const Values &values, Matches &matches)
         matches.push_back(filed->owner->match());
 }
 
-void DeclarationIndex::take(Bucket conditions, Matches &matches) const
-{
-    const Values *of_key = find_values(Key, conditions.key(), 0);
-    if (!of_key)
-        return;
-    take(*of_key, matches);
-    if (wants_any_value(conditions)) {
-        for (const Values *with = of_key->with_values.first(); with; with = with->next)
-            take(*with, matches);
-        return;
-    }
-    for (const key_value &condition : conditions)
-        if (!condition.negated)
-            if (const Values *with = find_values(Value, condition.key, hash_of(condition.value)))
-                take(*with, matches);
-}
-
 void DeclarationIndex::take_all(Matches &matches) const
 {
     for (const FiledDeclaration *one = declarations_.first(); one; one = one->next)
         matches.push_back(one->match());
 }
 
-void DeclarationIndex::take_for(const AndList &alternative, Matches &matches) const
+// Adds those of the condition that has fewest declarations; false when any declaration may do.
+bool DeclarationIndex::add_places_for(const AndList &alternative, Places &places) const
 {
-    Bucket best(nullptr);
-    std::size_t fewest = 0;
+    Places best, its;
+    bool has_best = false;
     for (Bucket conditions : alternative.keyed()) {
         if (!is_positive(conditions))
             continue;
-        std::size_t its_count = count(conditions);
-        if (!best || its_count < fewest) {
-            best = conditions;
-            fewest = its_count;
-        }
+        its.consider(*this, conditions);
+        if (!has_best || its.count() < best.count())
+            std::swap(best, its);
+        has_best = true;
     }
-    if (best)
-        take(best, matches);
+    places.add_all(best);
+    return has_best;
+}
+
+// False when looking at all declarations takes no longer.
+bool DeclarationIndex::find_places(const inspectable &expression, Places &places) const
+{
+    for (const AndList &alternative : expression.and_lists)
+        if (!add_places_for(alternative, places))
+            return false;
+    places.leave_each_once();
+    return places.count() < declaration_count_;
+}
+
+void DeclarationIndex::find_candidates(const inspectable &expression, Matches &matches) const
+{
+    matches.clear();
+    Places places;
+    if (find_places(expression, places))
+        places.take(matches);
     else
         take_all(matches);
+    sort_matches(matches);
+    give_back_room(matches);
 }
 
 void DeclarationIndex::find(const inspectable &expression, Matches &matches) const
 {
-    matches.clear();
-    for (const AndList &alternative : expression.and_lists)
-        take_for(alternative, matches);
-    sort_matches(matches);
+    find_candidates(expression, matches);
     std::erase_if(matches, [&expression](const Match &match) {
         return !inspectable_contains(match.record, &expression);
     });
+    give_back_room(matches);
 }
 
 } // namespace qandor

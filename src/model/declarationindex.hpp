@@ -5,7 +5,8 @@
 //
 // Every value that a declaration has is filed under its key and value, every open one under its
 // key. An alternative looks through the declarations of the condition that has fewest, and the
-// plain matcher checks them. One that has no such condition looks at all.
+// plain matcher checks them. Where there is no such condition, or as many to look through as there
+// are declarations, a search looks at each declaration once, whatever the expression.
 //
 // Several threads may search at once. Adding and removing are nobody else's business meanwhile.
 #pragma once
@@ -42,6 +43,10 @@ public:
     // What an index keeps for a declaration at most, in bytes, whatever else is in it.
     static std::size_t most_memory_for(const inspectable &declaration);
 
+    // The same without having asked the matcher: some of them may not satisfy it. Never more than
+    // there are declarations.
+    void find_candidates(const inspectable &expression, Matches &matches) const;
+
     // How many records of its own it holds.
     std::size_t record_count() const { return records_.size(); }
 
@@ -51,6 +56,7 @@ private:
     struct FiledValue;
     struct Values;
     struct FiledDeclaration;
+    class Places;
 
     Values *find_values(Kind kind, const KeyName *key, guint32 value) const;
     Values &values(Kind kind, const KeyName *key, guint32 value, Values *of_key);
@@ -59,15 +65,15 @@ private:
     void drop_if_empty(Values &values);
     FiledDeclaration *find_declaration(guint32 id) const;
 
-    std::size_t count(Bucket conditions) const;
+    bool find_places(const inspectable &expression, Places &places) const;
+    bool add_places_for(const AndList &alternative, Places &places) const;
     static void take(const Values &values, Matches &matches);
-    void take(Bucket conditions, Matches &matches) const;
-    void take_for(const AndList &alternative, Matches &matches) const;
     void take_all(Matches &matches) const;
 
     guint64 last_order_ = 0;
     HashChains records_;
     LinkedList<FiledDeclaration> declarations_;
+    std::size_t declaration_count_ = 0;
 };
 
 } // namespace qandor

@@ -10,6 +10,7 @@ template <class Record> class LinkedList {
 public:
     bool empty() const { return !first_; }
     Record *first() const { return first_; }
+    Record *last() const { return first_ ? first_->previous : nullptr; }
 
     void append(Record &record)
     {

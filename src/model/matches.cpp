@@ -35,4 +35,11 @@ void sort_matches(Matches &matches)
     matches.erase(std::unique(matches.begin(), matches.end(), is_same), matches.end());
 }
 
+void give_back_room(Matches &matches)
+{
+    constexpr std::size_t usual = 4096;
+    if (matches.capacity() > usual && matches.size() < matches.capacity() / 4)
+        Matches(matches).swap(matches);
+}
+
 } // namespace qandor
