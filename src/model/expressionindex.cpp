@@ -12,8 +12,10 @@
 namespace qandor {
 namespace {
 
-// So many together are looked at one by one.
+// So many wait at a node and are looked at one by one.
 constexpr guint32 few = 4;
+// They go on together with one that comes.
+constexpr std::size_t most_together = 2 * few + 1;
 
 } // namespace
 
@@ -57,6 +59,10 @@ void ExpressionIndex::FiledList::remove(const Filed &filed)
     Filed *last = all[--size_];
     last->position = filed.position;
     all[filed.position] = last;
+    if (room_ > 4 && size_ < room_ / 4) {
+        room_ /= 2;
+        many_ = g_renew(Filed *, many_, room_);
+    }
 }
 
 ExpressionIndex::FiledExpression *ExpressionIndex::find_expression(guint32 id) const
@@ -138,65 +144,123 @@ ExpressionIndex::Node &ExpressionIndex::child_for_value(Node &parent, const key_
     return child(parent, Value, parent.hash_of_child(Value, value), parent.key, nullptr);
 }
 
+ExpressionIndex::Node &ExpressionIndex::child_for(Node &parent, const Step &step)
+{
+    if (step.kind == Value)
+        for (const key_value &condition : step.values)
+            if (!condition.negated)
+                return child_for_value(parent, condition);
+    guint32 hash = parent.hash_of_key(step.key);
+    if (step.kind == Unless)
+        hash = parent.hash_of_child(
+            Unless, mixed(hash, step.value ? hash_of(*step.value) : hash_of_any_value));
+    return child(parent, step.kind, hash, step.key, step.value);
+}
+
+void ExpressionIndex::rest(Filed &filed, Node &node, bool is_at_end)
+{
+    node.filed.append(filed);
+    filed.node = &node;
+    filed.is_proven = is_at_end && is_proven(filed, node);
+}
+
 // Any one of the values is enough.
-void ExpressionIndex::go_down_by_value(Filed &filed, Node &node, Bucket values)
+void ExpressionIndex::fork(Filed &filed, Node &node, const Step &step)
 {
     Filed *next = &filed;
-    for (const key_value &condition : values) {
+    guint32 weight = 0;
+    for (const key_value &condition : step.values) {
         if (condition.negated)
             continue;
         if (!next)
             next = &filed.owner->file_another(*filed.conditions);
-        file(*next, child_for_value(node, condition));
+        next->is_fork = true;
+        Node &its = child_for_value(node, condition);
+        its.weight += next->weight();
+        weight += next->weight();
+        rest(*next, its, true);
         next = nullptr;
-        if (!node.key)
-            break; // they all want the same value
     }
+    for (Node *at = &node; at; at = at->parent)
+        at->weight += weight - 1;
 }
 
-void ExpressionIndex::go_down(Filed &filed, Node &node, const Step &step)
+// Those that go to the same child go there together.
+void ExpressionIndex::go_down(std::span<Going *> group, Node &node)
 {
-    if (step.kind == Value) {
-        go_down_by_value(filed, node, step.values);
-        return;
+    std::array<Node *, most_together> to{};
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        Going &going = *group[i];
+        if (going.way.is_at_end()) {
+            rest(*going.filed, node, true);
+        } else if (going.way.next().is_fork()) {
+            fork(*going.filed, node, going.way.next());
+        } else {
+            to[i] = &child_for(node, going.way.next());
+            going.way.take_step();
+        }
     }
-    guint32 hash = node.hash_of_key(step.key);
-    if (step.kind == Unless)
-        hash = node.hash_of_child(
-            Unless, mixed(hash, step.value ? hash_of(*step.value) : hash_of_any_value));
-    file(filed, child(node, step.kind, hash, step.key, step.value));
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        Node *child = to[i];
+        std::array<Going *, most_together> together{};
+        std::size_t count = 0;
+        for (std::size_t j = i; child && j < group.size(); ++j)
+            if (to[j] == child) {
+                together[count++] = group[j];
+                to[j] = nullptr;
+            }
+        if (child)
+            go_on({together.data(), count}, *child);
+    }
 }
 
-void ExpressionIndex::split(Node &node)
+// Those that wait at a node are among its first few; behind them stand those that have no condition
+// left to go by.
+void ExpressionIndex::split(std::span<Going *> arriving, Node &node)
 {
     std::array<Filed *, few> first;
+    std::array<Going, few> waiting;
+    std::array<Going *, most_together> group;
+    std::size_t size = static_cast<std::size_t>(
+        std::copy(arriving.begin(), arriving.end(), group.begin()) - group.begin());
     auto end = std::copy_n(node.filed.begin(), std::min(few, node.filed.size()), first.begin());
+    std::size_t count = 0;
     for (auto at = first.begin(); at != end; ++at) {
-        Step step = Steps(*this, node, *(*at)->conditions).next();
-        if (!step)
+        Way way(*this, node, **at);
+        if (way.is_at_end())
             continue;
         node.filed.remove(**at);
-        go_down(**at, node, step);
+        waiting[count] = {*at, way};
+        group[size++] = &waiting[count++];
     }
+    go_down({group.data(), size}, node);
 }
 
-// Those that wait at a node until there are too many are among its first few; behind them stand
-// those that have no condition left to go by.
-void ExpressionIndex::file(Filed &filed, Node &node)
+// A few wait at a node; when there are more, all go on.
+void ExpressionIndex::go_on(std::span<Going *> arriving, Node &node)
 {
-    Steps steps(*this, node, *filed.conditions);
-    Step step = steps.next();
-    if (!step || (!node.children && node.filed.size() < few)) {
-        node.filed.append(filed);
-        filed.node = &node;
-        filed.is_proven = !step && steps.is_proven();
-        return;
-    }
-    if (!node.children)
-        split(node);
-    go_down(filed, node, step);
+    node.weight += static_cast<guint32>(arriving.size());
+    if (node.children)
+        go_down(arriving, node);
+    else if (node.filed.size() + arriving.size() > few)
+        split(arriving, node);
+    else
+        for (Going *going : arriving)
+            rest(*going->filed, node, going->way.is_at_end());
 }
 
+void ExpressionIndex::file(FiledExpression &owner, const AndList &conditions, bool is_whole)
+{
+    if (!is_whole)
+        note_conditions(conditions);
+    Filed &filed = owner.file_another(conditions);
+    filed.is_whole = is_whole;
+    Going going{&filed, Way(*this, *root_, filed)};
+    Going *arriving[] = {&going};
+    go_on(arriving, *root_);
+}
+
+// One alternative without conditions says all; too many are looked at together.
 void ExpressionIndex::add(guint32 id, const inspectable &expression)
 {
     remove(id);
@@ -205,18 +269,19 @@ void ExpressionIndex::add(guint32 id, const inspectable &expression)
     FiledExpression &made =
         *std::make_unique<FiledExpression>(id, ++last_order_, expression).release();
     expressions_.add(made);
-    for (const AndList &conditions : expression.and_lists) {
-        note_conditions(conditions);
-        file(made.file_another(conditions), *root_);
-    }
+    const AndLists &alternatives = expression.and_lists;
+    for (const AndList &conditions : alternatives)
+        if (conditions.keyed().empty() && conditions.wildcards().empty())
+            return file(made, conditions, false);
+    if (alternatives.size() > most_alternatives)
+        return file(made, *alternatives.begin(), true);
+    for (const AndList &conditions : alternatives)
+        file(made, conditions, false);
 }
 
-// With the nodes that nothing is below any more.
-void ExpressionIndex::take_out(Filed &filed)
+void ExpressionIndex::drop_empty(Node *node)
 {
-    Node *node = filed.node;
-    node->filed.remove(filed);
-    while (node->parent && node->filed.size() == 0 && !node->children) {
+    while (node != root_.get() && node->filed.size() == 0 && !node->children) {
         std::unique_ptr<Node> gone(node);
         nodes_.remove(*node);
         node = gone->parent;
@@ -225,6 +290,43 @@ void ExpressionIndex::take_out(Filed &filed)
         if (node->children->empty())
             node->children.reset();
     }
+}
+
+// What is below a node comes to wait at it again.
+void ExpressionIndex::gather(Node &node, Node &from)
+{
+    for (LinkedList<Node> *children :
+         {&from.children->values, &from.children->keys, &from.children->unless}) {
+        while (Node *child = children->first()) {
+            std::unique_ptr<Node> gone(child);
+            children->remove(*child);
+            nodes_.remove(*child);
+            if (child->children)
+                gather(node, *child);
+            for (Filed *filed : child->filed)
+                rest(*filed, node, false);
+        }
+    }
+    from.children.reset();
+}
+
+// With the nodes that few are below any more: every node that others are below stands for several
+// that are filed, so that nobody can leave a long way behind for one.
+void ExpressionIndex::take_out(Filed &filed)
+{
+    Node *node = filed.node;
+    node->filed.remove(filed);
+    Node *sparse = nullptr;
+    for (Node *at = node; at; at = at->parent) {
+        at->weight -= filed.weight();
+        if (at->children && at->weight <= Filed::few)
+            sparse = at;
+    }
+    if (sparse) {
+        gather(*sparse, *sparse);
+        node = sparse;
+    }
+    drop_empty(node);
 }
 
 void ExpressionIndex::remove(guint32 id)

@@ -5,7 +5,8 @@
 //
 // A tree of conditions. Each alternative of an expression is filed under as many of its conditions
 // as are needed to be nearly alone: a node says that a key is there, that it has a value, or that a
-// negated condition is not broken. A search goes down where the container has it so. What it comes
+// negated condition is not broken. A search goes down where the container has it so, and comes to
+// each node once. What it comes
 // to is mostly only a candidate, which the plain matcher checks: a node may say less than the
 // condition it stands for, never more. Where the nodes say all that an alternative of simple
 // conditions wants, and the container is simple too, there is nothing left to check.
@@ -19,12 +20,14 @@
 #include <qandor/inspectable.h>
 
 #include <memory>
+#include <span>
 #include <string>
 
 namespace qandor {
 
 class AndList;
 class Bucket;
+class Containment;
 struct KeyName;
 
 class ExpressionIndex {
@@ -49,6 +52,10 @@ public:
     // Puts into matches those expressions that the container satisfies, in the order of addition.
     void find(const inspectable &container, Matches &matches) const;
 
+    // The same without having asked the matcher: those that are not proven may turn out not to be
+    // satisfied. Returns how many nodes and entries it has looked at.
+    std::size_t find_candidates(const inspectable &container, Matches &matches) const;
+
     // What an index keeps for an expression at most, in bytes, whatever else is in it.
     static std::size_t most_memory_for(const inspectable &expression);
 
@@ -64,7 +71,8 @@ private:
     struct FiledExpression;
     struct KeySpread;
     struct Step;
-    class Steps;
+    class Way;
+    struct Going;
     class Search;
 
     Node *find_child(const Node &parent, Kind kind, guint32 hash, const KeyName *key,
@@ -72,11 +80,19 @@ private:
     Node &child(Node &parent, Kind kind, guint32 hash, const KeyName *key,
                 const std::string *value);
     Node &child_for_value(Node &parent, const key_value &condition);
-    void file(Filed &filed, Node &node);
-    void go_down(Filed &filed, Node &node, const Step &step);
-    void go_down_by_value(Filed &filed, Node &node, Bucket values);
-    void split(Node &node);
+    Node &child_for(Node &parent, const Step &step);
+    void file(FiledExpression &owner, const AndList &conditions, bool is_whole);
+    void go_on(std::span<Going *> arriving, Node &node);
+    void split(std::span<Going *> arriving, Node &node);
+    void go_down(std::span<Going *> group, Node &node);
+    void fork(Filed &filed, Node &node, const Step &step);
+    static void rest(Filed &filed, Node &node, bool is_at_end);
+    static bool is_proven(const Filed &filed, const Node &node);
     void take_out(Filed &filed);
+    void gather(Node &node, Node &from);
+    void drop_empty(Node *node);
+    std::size_t search(const inspectable &container, Containment &containment,
+                       Matches &matches) const;
 
     KeySpread *find_spread(const KeyName *key) const;
     void note_values(const KeyName *key, Bucket bucket);

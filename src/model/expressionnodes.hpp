@@ -10,15 +10,31 @@
 #include "model/linkedlist.hpp"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 namespace qandor {
 
-// Of an expression of thousands of conditions these are looked at.
+// What bounds the work and the memory that one expression takes, however long it is:
+//   of its conditions on a key, and of its keys, so many are looked at;
+//   one of more alternatives is looked at by the plain matcher in every search;
+//   it is filed so many times at most, by its alternatives and the values that they name;
+//   and no deeper.
 constexpr guint32 considered_values = 256;
+constexpr std::size_t considered_keys = 32;
+constexpr std::size_t most_alternatives = 16;
+constexpr std::size_t most_entries = 256;
+constexpr std::size_t deepest = 16;
+
 inline std::size_t considered(Buckets buckets)
 {
-    return std::min<std::size_t>(buckets.size(), 32);
+    return std::min(buckets.size(), considered_keys);
+}
+
+// The place that one alternative takes of what an expression may.
+inline std::size_t most_values(const inspectable &expression)
+{
+    return most_entries / std::max<std::size_t>(expression.and_lists.size(), 1);
 }
 
 // One alternative of an expression, where it is filed. One that is satisfied by any of several
@@ -31,6 +47,12 @@ struct ExpressionIndex::Filed : SliceAllocated {
     guint32 position = 0; // in the node's list
     // The nodes down to here say all that the alternative wants: where they hold, so does it.
     bool is_proven = false;
+    bool is_whole = false; // stands for all alternatives
+    bool is_fork = false;  // one of several, which stay where they are
+
+    // Nodes that few depend on are given up, see ExpressionIndex::gather(). A fork keeps its own.
+    static constexpr guint32 few = 2;
+    guint32 weight() const { return is_fork ? few + 1 : 1; }
 };
 
 // What is filed at a node, side by side, so that a search need not go from one to the next. Mostly
@@ -118,7 +140,14 @@ struct ExpressionIndex::Node : Chained, SliceAllocated {
         return !value || are_same_bytes(*value, *its_value);
     }
 
+    // Whether the nodes from the root down to here say it of the container.
+    bool has_passed(Kind its_kind, const KeyName *its_key,
+                    const std::string *its_value = nullptr) const;
+    bool says(const KeyName *its_key, const key_value &condition) const;
+    bool says_all_of(const KeyName *its_key, Bucket bucket) const;
+
     guint8 depth;
+    guint32 weight = 0; // of all that is filed here and below
     Node *parent = nullptr;
     const KeyName *key = nullptr;
     FiledList filed;
@@ -137,43 +166,46 @@ struct ExpressionIndex::KeySpread : Chained, SliceAllocated {
     guint64 values = 0;
 };
 
-// The way on from a node, for one alternative; none when kind is Root.
+// From a node to the next.
 struct ExpressionIndex::Step {
-    explicit operator bool() const { return kind != Root; }
+    bool is_fork() const { return kind == Value && forks; }
 
     Kind kind = Root;
     const KeyName *key = nullptr;
     Bucket values = Bucket(nullptr);    // Value
     const std::string *value = nullptr; // Unless
+    bool forks = false;                 // there are several values
 };
 
-// Chooses the ways. What tells most comes first; a long expression is filed by its beginning.
-class ExpressionIndex::Steps {
+// The way of an alternative on from a node, chosen once. What tells most comes first; a long
+// expression is filed by its beginning:
+//
+//   keys that must have one certain value   those first that tell most, see rank()
+//   keys that must be there
+//   a value that any key must have
+//   a key that must have one of several     here the way forks, and each of its ends is one
+//   what is negated                         what most expressions forbid comes first
+class ExpressionIndex::Way {
 public:
-    Steps(const ExpressionIndex &index, const Node &node, const AndList &conditions)
-        : index_(index), node_(node), conditions_(conditions)
-    {
-    }
+    Way() = default;
+    Way(const ExpressionIndex &index, const Node &node, const Filed &filed);
 
-    Step next() const;
-    // Whether the nodes so far say all that there is.
-    bool is_proven() const;
+    bool is_at_end() const { return at_ == count_; }
+    const Step &next() const { return steps_[at_]; }
+    void take_step() { ++at_; }
 
 private:
-    bool has_passed(Kind kind, const KeyName *key, const std::string *value = nullptr) const;
-    bool has_passed(const KeyName *key, const key_value &condition) const;
-    bool is_proven(const KeyName *key, Bucket bucket) const;
-    bool has_forked() const;
-    int spread(const KeyName *key) const;
-    int rank(Bucket bucket) const;
-    Bucket values_of(const KeyName *key) const;
-    Step step_to_key() const;
-    void consider(const KeyName *key, Bucket bucket, Step &best, int &best_spread) const;
-    Step step_past_negated() const;
+    class Chooser;
 
-    const ExpressionIndex &index_;
-    const Node &node_;
-    const AndList &conditions_;
+    std::array<Step, deepest> steps_;
+    std::size_t count_ = 0;
+    std::size_t at_ = 0;
+};
+
+// What is on its way to where it will be filed.
+struct ExpressionIndex::Going {
+    Filed *filed = nullptr;
+    Way way{};
 };
 
 inline bool wants_name_space(const key_value &condition)

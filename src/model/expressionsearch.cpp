@@ -1,8 +1,15 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Searching the index of expressions. Nothing is written but the matches.
+// Searching the index of expressions. Nothing is written but the matches. No node is visited twice
+// for an and-list of the container, however often that has a value; an expression with several ways
+// to match may be found once for each, which is put right whenever there are too many.
 
 #include "model/expressionnodes.hpp"
+#include "model/matching.hpp"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace qandor {
 namespace {
@@ -18,14 +25,6 @@ bool has_open_value(Bucket bucket)
 bool has_value(const key_value &present)
 {
     return !present.negated && !present.value_wildcard;
-}
-
-bool has_exactly(Bucket bucket, std::string_view value)
-{
-    for (const key_value &present : bucket)
-        if (has_value(present) && are_same_bytes(present.value, value))
-            return true;
-    return false;
 }
 
 bool is_asserted(Bucket bucket)
@@ -51,51 +50,68 @@ bool has_negated(const AndList &present)
 // For one and-list of the container.
 class ExpressionIndex::Search {
 public:
-    Search(const ExpressionIndex &index, const AndList &present, Matches &matches)
-        : index_(index), present_(present), is_simple_(!has_negated(present)), matches_(matches)
+    Search(const ExpressionIndex &index, const AndList &present, Containment &containment,
+           Matches &matches)
+        : index_(index), present_(present), containment_(containment),
+          is_simple_(!has_negated(present)), matches_(matches)
     {
     }
 
     void visit(const Node &node);
+    std::size_t steps() const { return steps_; }
 
 private:
+    using Nodes = std::vector<const Node *>;
+
     void take(const FiledList &list);
     void visit_all(const LinkedList<Node> &nodes);
-    void visit_value(const Node &parent, guint32 hash, const std::string *value);
+    void visit_each_once(Nodes &nodes);
+    void find_value(const Node &parent, guint32 hash, const std::string *value, Nodes &found) const;
+    void find_values(const Node &parent, const key_value &present, Nodes &found);
     void visit_key(const Node &parent, const KeyName *key);
     void visit_key(const Node &node);
     void visit_keys(const Node &parent);
     void visit_values(const Node &parent, Bucket bucket);
     void visit_value(const Node &parent, const key_value &present);
     void visit_values_of_any(const Node &parent);
-    bool is_broken(const Node &unless) const;
-    bool is_value_there(std::string_view value) const;
+    bool is_broken(const Node &unless);
+    guint32 hash_of_value(const key_value &present);
 
     const ExpressionIndex &index_;
     const AndList &present_;
+    Containment &containment_;
     const bool is_simple_;
     Matches &matches_;
+    std::size_t steps_ = 0;
+    std::vector<std::pair<const key_value *, guint32>> hashes_; // of very long values
 };
 
 void ExpressionIndex::Search::take(const FiledList &list)
 {
+    steps_ += list.size();
     for (const Filed *filed : list) {
         const FiledExpression &owner = *filed->owner;
         matches_.push_back(
             {owner.order, owner.expression, owner.hash, is_simple_ && filed->is_proven});
     }
+    constexpr std::size_t some = 64;
+    if (matches_.size() > 2 * index_.expressions_.size() + some)
+        sort_matches(matches_);
 }
 
 void ExpressionIndex::Search::visit(const Node &node)
 {
+    ++steps_;
     take(node.filed);
     if (!node.children)
         return;
     if (!node.children->keys.empty())
         visit_keys(node);
-    for (const Node *child = node.children->unless.first(); child; child = child->next)
+    for (const Node *child = node.children->unless.first(); child; child = child->next) {
+        ++steps_;
         if (!is_broken(*child))
             visit(*child);
+    }
 }
 
 void ExpressionIndex::Search::visit_all(const LinkedList<Node> &nodes)
@@ -137,79 +153,138 @@ void ExpressionIndex::Search::visit_key(const Node &node)
         visit_values_of_any(node);
 }
 
+// A value is hashed anew for each node, but for those of which that would take long.
+guint32 ExpressionIndex::Search::hash_of_value(const key_value &present)
+{
+    constexpr std::size_t very_long = 1024;
+    if (present.value.size() < very_long)
+        return hash_of(present.value);
+    for (const auto &[known, hash] : hashes_)
+        if (known == &present)
+            return hash;
+    return hashes_.emplace_back(&present, hash_of(present.value)).second;
+}
+
+void ExpressionIndex::Search::find_value(const Node &parent, guint32 hash, const std::string *value,
+                                         Nodes &found) const
+{
+    if (const Node *child =
+            index_.find_child(parent, Value, parent.hash_of_child(Value, hash), parent.key, value))
+        found.push_back(child);
+}
+
+// A condition may want the value, the name space, or both.
+void ExpressionIndex::Search::find_values(const Node &parent, const key_value &present,
+                                          Nodes &found)
+{
+    guint32 value = hash_of_value(present);
+    find_value(parent, value, &present.value, found);
+    if (!parent.key || !index_.has_name_spaces_ || !wants_name_space(present))
+        return;
+    OptionalText name_space = present.attribute(Attribute::NameSpace);
+    find_value(parent, hash_in_name_space(value, name_space), nullptr, found);
+    find_value(parent, hash_in_name_space(hash_of_any_value, name_space), nullptr, found);
+}
+
+void ExpressionIndex::Search::visit_each_once(Nodes &nodes)
+{
+    std::sort(nodes.begin(), nodes.end());
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+    for (const Node *node : nodes)
+        visit(*node);
+}
+
+// Nearly all keys have one value, and no name space.
+void ExpressionIndex::Search::visit_value(const Node &parent, const key_value &present)
+{
+    if (index_.has_name_spaces_ && wants_name_space(present)) {
+        Nodes found;
+        find_values(parent, present, found);
+        visit_each_once(found);
+        return;
+    }
+    guint32 hash = parent.hash_of_child(Value, hash_of_value(present));
+    if (const Node *child = index_.find_child(parent, Value, hash, parent.key, &present.value))
+        visit(*child);
+}
+
 void ExpressionIndex::Search::visit_values(const Node &parent, Bucket bucket)
 {
     if (has_open_value(bucket)) {
         visit_all(parent.children->values);
         return;
     }
+    steps_ += bucket.count();
+    if (bucket.count() == 1) {
+        if (has_value(bucket.first()))
+            visit_value(parent, bucket.first());
+        return;
+    }
+    Nodes found;
     for (const key_value &present : bucket)
         if (has_value(present))
-            visit_value(parent, present);
-}
-
-void ExpressionIndex::Search::visit_value(const Node &parent, guint32 hash,
-                                          const std::string *value)
-{
-    if (const Node *child =
-            index_.find_child(parent, Value, parent.hash_of_child(Value, hash), parent.key, value))
-        visit(*child);
-}
-
-// A condition may want the value, the name space, or both.
-void ExpressionIndex::Search::visit_value(const Node &parent, const key_value &present)
-{
-    guint32 value = hash_of(present.value);
-    visit_value(parent, value, &present.value);
-    if (!parent.key || !index_.has_name_spaces_ || !wants_name_space(present))
-        return;
-    OptionalText name_space = present.attribute(Attribute::NameSpace);
-    visit_value(parent, hash_in_name_space(value, name_space), nullptr);
-    visit_value(parent, hash_in_name_space(hash_of_any_value, name_space), nullptr);
+            find_values(parent, present, found);
+    visit_each_once(found);
 }
 
 void ExpressionIndex::Search::visit_values_of_any(const Node &parent)
 {
+    Nodes found;
     for (Bucket bucket : present_.keyed()) {
         if (has_open_value(bucket)) {
             visit_all(parent.children->values);
             return;
         }
+        steps_ += bucket.count();
+        for (const key_value &present : bucket)
+            if (has_value(present))
+                find_values(parent, present, found);
     }
-    for (Bucket bucket : present_.keyed())
-        visit_values(parent, bucket);
+    visit_each_once(found);
 }
 
-bool ExpressionIndex::Search::is_value_there(std::string_view value) const
-{
-    for (Bucket bucket : present_.keyed())
-        if (has_exactly(bucket, value))
-            return true;
-    return false;
-}
-
-bool ExpressionIndex::Search::is_broken(const Node &unless) const
+bool ExpressionIndex::Search::is_broken(const Node &unless)
 {
     if (!unless.key)
-        return is_value_there(*unless.value);
+        return containment_.has_exactly(present_, *unless.value);
     Bucket bucket = present_.find(unless.key);
     if (!bucket)
         return false;
-    return unless.value ? has_exactly(bucket, *unless.value) : is_asserted(bucket);
+    return unless.value ? containment_.has_exactly(bucket, *unless.value) : is_asserted(bucket);
+}
+
+std::size_t ExpressionIndex::search(const inspectable &container, Containment &containment,
+                                    Matches &matches) const
+{
+    matches.clear();
+    std::size_t steps = 0;
+    for (const AndList &present : container.and_lists) {
+        if (!root_ || !present.wildcards().empty())
+            continue;
+        Search search(*this, present, containment, matches);
+        search.visit(*root_);
+        steps += search.steps();
+    }
+    sort_matches(matches);
+    return steps;
+}
+
+std::size_t ExpressionIndex::find_candidates(const inspectable &container, Matches &matches) const
+{
+    Containment containment(container);
+    std::size_t steps = search(container, containment, matches);
+    give_back_room(matches);
+    return steps;
 }
 
 void ExpressionIndex::find(const inspectable &container, Matches &matches) const
 {
-    matches.clear();
-    if (!root_)
-        return;
-    for (const AndList &present : container.and_lists)
-        if (present.wildcards().empty())
-            Search(*this, present, matches).visit(*root_);
-    sort_matches(matches);
-    std::erase_if(matches, [&container](const Match &match) {
-        return !match.is_proven && !inspectable_contains(&container, match.record);
+    Containment containment(container);
+    search(container, containment, matches);
+    std::erase_if(matches, [&containment](const Match &match) {
+        return !match.is_proven && !containment.satisfies(*match.record);
     });
+    give_back_room(matches);
 }
 
 } // namespace qandor

@@ -41,6 +41,19 @@ void HashChains::grow()
     *to = nullptr;
 }
 
+// The last chain goes back to the one that it came from.
+void HashChains::shrink()
+{
+    Chained **from = place(--count_);
+    std::size_t half = std::bit_floor(count_);
+    Chained **to = place(count_ - half);
+    while (*to)
+        to = &(*to)->next_in_chain;
+    *to = *from;
+    if (count_ == half)
+        blocks_.pop_back();
+}
+
 void HashChains::add(Chained &record)
 {
     if (count_ == 0) {
@@ -60,7 +73,8 @@ void HashChains::remove(Chained &record)
     while (*at != &record)
         at = &(*at)->next_in_chain;
     *at = record.next_in_chain;
-    --records_;
+    if (--records_ < count_ / 2 && count_ > first_block)
+        shrink();
 }
 
 void HashChains::take_all(void (*dispose)(Chained *record))

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // A table of records that are found by a hash and chained through themselves. It grows by one chain
-// for each record that is added, so that no addition pays for all that were there before.
+// for each record that is added, so that no addition pays for all that were there before, and gives
+// one back for each that is removed, once half of them are empty.
 #pragma once
 
 #include "platform/owners.hpp"
@@ -51,6 +52,7 @@ private:
     std::size_t chain_of(guint32 hash) const;
     Chained **place(std::size_t chain) const;
     void grow();
+    void shrink();
 
     std::vector<Block> blocks_;
     std::size_t count_ = 0; // of chains

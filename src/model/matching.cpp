@@ -147,12 +147,32 @@ bool Containment::is_worth_a_table(std::size_t values, std::size_t conditions)
     return false;
 }
 
+// NULL while it is better to look at each.
+const BucketValues *Containment::values_of(Bucket present, std::size_t conditions)
+{
+    if (!is_worth_a_table(present.count(), conditions))
+        return nullptr;
+    return &tables().of_keys.try_emplace(&present.first(), present).first->second;
+}
+
+bool Containment::has_exactly(Bucket bucket, std::string_view value)
+{
+    bool is_there = false;
+    auto note = [&](const key_value &one) {
+        is_there = is_there || (!one.negated && !one.value_wildcard && one.value == value);
+    };
+    if (const BucketValues *values = values_of(bucket, 1))
+        values->for_each_of(value, note);
+    else
+        for (const key_value &one : bucket)
+            note(one);
+    return is_there;
+}
+
 bool Containment::several_are_satisfied(Bucket present, Bucket conditions)
 {
     BucketVerdict verdict;
-    const BucketValues *values = nullptr;
-    if (present && is_worth_a_table(present.count(), conditions.count()))
-        values = &tables().of_keys.try_emplace(&present.first(), present).first->second;
+    const BucketValues *values = present ? values_of(present, conditions.count()) : nullptr;
     bool all_negated = true;
     for (const key_value &condition : conditions) {
         auto take = [&](const key_value &one) { verdict.take(weigh(&one, condition)); };
@@ -179,6 +199,12 @@ const AnyKeyValues *Containment::values_of_any_key(const AndList &present, std::
     if (!is_worth_a_table(count_values(present), conditions))
         return nullptr;
     return &tables().of_any_key.try_emplace(&present, present).first->second;
+}
+
+bool Containment::has_exactly(const AndList &present, std::string_view value)
+{
+    const AnyKeyValues *values = values_of_any_key(present, 1);
+    return (values ? values->evaluate(value) : bucket_evaluate(present, value)).has_value;
 }
 
 bool Containment::wildcards_are_satisfied(const AndList &present, Buckets wildcards)

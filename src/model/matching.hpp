@@ -16,6 +16,7 @@
 namespace qandor {
 
 class AnyKeyValues;
+class BucketValues;
 
 class Containment {
 public:
@@ -29,6 +30,10 @@ public:
     bool several_are_satisfied(Bucket present, Bucket conditions);
     bool wildcards_are_satisfied(const AndList &present, Buckets wildcards);
 
+    // Whether a key (some key) has exactly this value, not negated.
+    bool has_exactly(Bucket bucket, std::string_view value);
+    bool has_exactly(const AndList &present, std::string_view value);
+
     // How many comparisons of values it has taken so far, where a key had more than one.
     std::size_t comparisons() const { return comparisons_; }
 
@@ -39,6 +44,7 @@ private:
     };
 
     bool is_worth_a_table(std::size_t values, std::size_t conditions);
+    const BucketValues *values_of(Bucket present, std::size_t conditions);
     const AnyKeyValues *values_of_any_key(const AndList &present, std::size_t conditions);
     Tables &tables();
 

@@ -63,6 +63,11 @@ public:
             table_.for_each_of(condition.value, visit);
     }
 
+    template <class Visit> void for_each_of(std::string_view value, const Visit &visit) const
+    {
+        table_.for_each_of(value, visit);
+    }
+
 private:
     enum Sort : std::size_t { First, OfAnotherNameSpace, Open, NegatedInAll, WithValue };
 
