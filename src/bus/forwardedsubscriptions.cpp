@@ -12,32 +12,36 @@ constexpr std::size_t few = 4;
 
 } // namespace
 
-std::vector<ForwardedSubscriptions::Filed>::const_iterator
-ForwardedSubscriptions::first_of(guint32 id) const
+ForwardedSubscriptions::Place ForwardedSubscriptions::place_of(guint32 number)
 {
-    return std::find_if(filed_.begin(), filed_.end(),
-                        [id](const Filed &filed) { return filed.id == id; });
+    return std::lower_bound(
+        filed_.begin(), filed_.end(), number,
+        [](const Filed &filed, guint32 wanted) { return filed.number < wanted; });
 }
 
-const subscribe_expression *ForwardedSubscriptions::find(guint32 id) const
+ForwardedSubscriptions::Place ForwardedSubscriptions::first_of(guint32 id)
+{
+    if (!index_)
+        return std::find_if(filed_.begin(), filed_.end(),
+                            [id](const Filed &filed) { return filed.id == id; });
+    auto number = numbers_.lower_bound(id);
+    bool is_there = number != numbers_.end() && number->first == id;
+    return is_there ? place_of(number->second) : filed_.end();
+}
+
+const subscribe_expression *ForwardedSubscriptions::find(guint32 id)
 {
     auto found = first_of(id);
     return found == filed_.end() ? nullptr : found->subscription.get();
 }
 
-const subscribe_expression *ForwardedSubscriptions::at(guint32 number) const
-{
-    auto found =
-        std::lower_bound(filed_.begin(), filed_.end(), number,
-                         [](const Filed &filed, guint32 wanted) { return filed.number < wanted; });
-    return found->subscription.get();
-}
-
 void ForwardedSubscriptions::begin_index()
 {
     index_ = std::make_unique<ExpressionIndex>(ExpressionIndex::Containers::Events);
-    for (const Filed &filed : filed_)
+    for (const Filed &filed : filed_) {
         index_->add(filed.number, filed.subscription->content);
+        numbers_.emplace(filed.id, filed.number);
+    }
 }
 
 void ForwardedSubscriptions::add(std::unique_ptr<subscribe_expression> subscription)
@@ -46,27 +50,45 @@ void ForwardedSubscriptions::add(std::unique_ptr<subscribe_expression> subscript
     guint32 id = subscription->id;
     const inspectable &content = subscription->content;
     filed_.push_back({++last_number_, id, std::move(subscription)});
-    if (index_)
+    if (index_) {
         index_->add(last_number_, content);
-    else if (filed_.size() > few)
+        numbers_.emplace(id, last_number_);
+    } else if (filed_.size() > few) {
         begin_index();
+    }
+}
+
+// Closing the gap at once would move all that came later.
+void ForwardedSubscriptions::drop(Place gone)
+{
+    gone->subscription.reset();
+    if (++gone_ <= filed_.size() / 2)
+        return;
+    std::erase_if(filed_, [](const Filed &filed) { return !filed.subscription; });
+    gone_ = 0;
 }
 
 void ForwardedSubscriptions::remove(guint32 id)
 {
-    auto gone = first_of(id);
+    Place gone = first_of(id);
     if (gone == filed_.end())
         return;
     visible_ -= gone->subscription->clandestine ? 0 : 1;
-    if (index_)
-        index_->remove(gone->number);
-    filed_.erase(gone);
+    if (!index_) {
+        filed_.erase(gone);
+        return;
+    }
+    index_->remove(gone->number);
+    numbers_.erase(numbers_.lower_bound(id));
+    drop(gone);
 }
 
 void ForwardedSubscriptions::clear()
 {
     index_.reset();
+    numbers_.clear();
     filed_.clear();
+    gone_ = 0;
     visible_ = 0;
 }
 

@@ -2,13 +2,14 @@
 
 // The subscriptions that the switch has forwarded for one declaration, in the order in which they
 // came. A few are looked at one by one for each event; among many an index finds those it
-// satisfies.
+// satisfies, and a table those of an id.
 #pragma once
 
 #include "messages/event.hpp"
 #include "messages/subscribeexpression.hpp"
 #include "model/expressionindex.hpp"
 
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -22,7 +23,7 @@ public:
     void clear();
 
     // The first one of the id, or NULL.
-    const subscribe_expression *find(guint32 id) const;
+    const subscribe_expression *find(guint32 id);
     // Whether somebody has subscribed who is to be seen.
     bool has_visible() const { return visible_ > 0; }
 
@@ -36,7 +37,8 @@ public:
             return;
         }
         for (const Filed &filed : filed_)
-            if (inspectable_contains(&event.content, &filed.subscription->content))
+            if (filed.subscription &&
+                inspectable_contains(&event.content, &filed.subscription->content))
                 visit(*filed.subscription);
     }
 
@@ -45,14 +47,20 @@ private:
     struct Filed {
         guint32 number;
         guint32 id;
-        std::unique_ptr<subscribe_expression> subscription;
+        std::unique_ptr<subscribe_expression>
+            subscription; // or nothing, when it has been taken back
     };
+    using Place = std::vector<Filed>::iterator;
 
-    std::vector<Filed>::const_iterator first_of(guint32 id) const;
-    const subscribe_expression *at(guint32 number) const;
+    Place first_of(guint32 id);
+    Place place_of(guint32 number);
+    const subscribe_expression *at(guint32 number) { return place_of(number)->subscription.get(); }
     void begin_index();
+    void drop(Place gone);
 
-    std::vector<Filed> filed_; // by number
+    std::vector<Filed> filed_;                // by number
+    std::size_t gone_ = 0;                    // of them
+    std::multimap<guint32, guint32> numbers_; // by id, once there is an index
     guint32 last_number_ = 0;
     std::size_t visible_ = 0;
     std::unique_ptr<ExpressionIndex> index_;
