@@ -157,14 +157,14 @@ ExpressionIndex::Node &ExpressionIndex::child_for(Node &parent, const Step &step
     return child(parent, step.kind, hash, step.key, step.value);
 }
 
-void ExpressionIndex::rest(Filed &filed, Node &node, bool is_at_end)
+void ExpressionIndex::rest(Filed &filed, Node &node, bool is_proven)
 {
     node.filed.append(filed);
     filed.node = &node;
-    filed.is_proven = is_at_end && is_proven(filed, node);
+    filed.is_proven = is_proven;
 }
 
-// Any one of the values is enough.
+// Any one of the values is enough, and proves as much as any other.
 void ExpressionIndex::fork(Filed &filed, Node &node, const Step &step)
 {
     Filed *next = &filed;
@@ -178,7 +178,7 @@ void ExpressionIndex::fork(Filed &filed, Node &node, const Step &step)
         Node &its = child_for_value(node, condition);
         its.weight += next->weight();
         weight += next->weight();
-        rest(*next, its, true);
+        rest(*next, its, next == &filed ? is_proven(filed, its) : filed.is_proven);
         next = nullptr;
     }
     for (Node *at = &node; at; at = at->parent)
@@ -192,7 +192,7 @@ void ExpressionIndex::go_down(std::span<Going *> group, Node &node)
     for (std::size_t i = 0; i < group.size(); ++i) {
         Going &going = *group[i];
         if (going.way.is_at_end()) {
-            rest(*going.filed, node, true);
+            rest(*going.filed, node, is_proven(*going.filed, node));
         } else if (going.way.next().is_fork()) {
             fork(*going.filed, node, going.way.next());
         } else {
@@ -221,18 +221,20 @@ void ExpressionIndex::split(std::span<Going *> arriving, Node &node)
     std::array<Filed *, few> first;
     std::array<Going, few> waiting;
     std::array<Going *, most_together> group;
-    std::size_t size = static_cast<std::size_t>(
-        std::copy(arriving.begin(), arriving.end(), group.begin()) - group.begin());
     auto end = std::copy_n(node.filed.begin(), std::min(few, node.filed.size()), first.begin());
-    std::size_t count = 0;
+    std::size_t size = 0;
     for (auto at = first.begin(); at != end; ++at) {
         Way way(*this, node, **at);
         if (way.is_at_end())
             continue;
         node.filed.remove(**at);
-        waiting[count] = {*at, way};
-        group[size++] = &waiting[count++];
+        waiting[size] = {*at, way};
+        group[size] = &waiting[size];
+        ++size;
     }
+    // Behind those that came before: searches then mostly find them in order.
+    for (Going *going : arriving)
+        group[size++] = going;
     go_down({group.data(), size}, node);
 }
 
@@ -240,13 +242,15 @@ void ExpressionIndex::split(std::span<Going *> arriving, Node &node)
 void ExpressionIndex::go_on(std::span<Going *> arriving, Node &node)
 {
     node.weight += static_cast<guint32>(arriving.size());
+    bool has_further = std::any_of(arriving.begin(), arriving.end(),
+                                   [](const Going *going) { return !going->way.is_at_end(); });
     if (node.children)
         go_down(arriving, node);
-    else if (node.filed.size() + arriving.size() > few)
+    else if (has_further && node.filed.size() + arriving.size() > few)
         split(arriving, node);
     else
         for (Going *going : arriving)
-            rest(*going->filed, node, going->way.is_at_end());
+            rest(*going->filed, node, going->way.is_at_end() && is_proven(*going->filed, node));
 }
 
 void ExpressionIndex::file(FiledExpression &owner, const AndList &conditions, bool is_whole)

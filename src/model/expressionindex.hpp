@@ -86,7 +86,7 @@ private:
     void split(std::span<Going *> arriving, Node &node);
     void go_down(std::span<Going *> group, Node &node);
     void fork(Filed &filed, Node &node, const Step &step);
-    static void rest(Filed &filed, Node &node, bool is_at_end);
+    static void rest(Filed &filed, Node &node, bool is_proven);
     static bool is_proven(const Filed &filed, const Node &node);
     void take_out(Filed &filed);
     void gather(Node &node, Node &from);

@@ -7,8 +7,6 @@
 namespace qandor {
 namespace {
 
-constexpr guint32 provable_values = 16;
-
 // Not so, if absent: then it wants to find an absent one.
 bool is_for_any_name_space(const key_value &condition)
 {
@@ -39,7 +37,7 @@ bool ExpressionIndex::Node::says(const KeyName *its_key, const key_value &condit
 // Of the positive conditions on a key one is enough.
 bool ExpressionIndex::Node::says_all_of(const KeyName *its_key, Bucket bucket) const
 {
-    if (bucket.count() > provable_values)
+    if (bucket.count() > considered_values)
         return false;
     bool is_wanted = false, is_there = false;
     for (const key_value &condition : bucket) {

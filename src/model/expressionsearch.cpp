@@ -250,7 +250,11 @@ bool ExpressionIndex::Search::is_broken(const Node &unless)
     Bucket bucket = present_.find(unless.key);
     if (!bucket)
         return false;
-    return unless.value ? containment_.has_exactly(bucket, *unless.value) : is_asserted(bucket);
+    if (!unless.value)
+        return is_asserted(bucket);
+    if (bucket.count() == 1)
+        return has_value(bucket.first()) && are_same_bytes(bucket.first().value, *unless.value);
+    return containment_.has_exactly(bucket, *unless.value);
 }
 
 std::size_t ExpressionIndex::search(const inspectable &container, Containment &containment,

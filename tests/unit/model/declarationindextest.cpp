@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 using namespace qandor;
@@ -55,6 +56,77 @@ TEST(DeclarationIndex, FindsByValueByOpenValueAndByKeyInTheOrderOfAddition)
     index.remove(4);
     index.remove(4);
     EXPECT_EQ(found(index, *record(IT_SUBSCRIBE_EXPRESSION, {{"a", nullptr}})), Ids());
+}
+
+Matches candidates(const DeclarationIndex &index, const inspectable &expression)
+{
+    Matches matches;
+    index.find_candidates(expression, matches);
+    return matches;
+}
+
+// However many alternatives there are, and whatever they want.
+TEST(DeclarationIndex, ASearchGathersEveryDeclarationOnceAtMost)
+{
+    constexpr std::size_t count = 500;
+    std::vector<std::unique_ptr<inspectable>> declarations;
+    DeclarationIndex index;
+    for (guint32 id = 0; id < count; ++id) {
+        declarations.push_back(record(IT_EVENT_DECLARATION, {{"topic0", "T"}, {"a", nullptr}}));
+        index.add(id, *declarations.back());
+    }
+    auto empty = record(IT_SUBSCRIBE_EXPRESSION, {});
+    auto open = record(IT_SUBSCRIBE_EXPRESSION, {{"a", nullptr}});
+    auto of_topic = record(IT_SUBSCRIBE_EXPRESSION, {{"topic0", "T"}});
+    auto of_nothing = record(IT_SUBSCRIBE_EXPRESSION, {{"topic0", "other"}});
+    for (inspectable *expression : {empty.get(), open.get(), of_topic.get(), of_nothing.get()}) {
+        inspectable many(*expression, IT_SUBSCRIBE_EXPRESSION);
+        for (int i = 0; i < 10000; ++i)
+            many.and_lists.add() = AndList(*expression->current());
+        Matches found = candidates(index, many);
+        EXPECT_EQ(found.size(), expression == of_nothing.get() ? 0 : count);
+        EXPECT_LE(found.capacity(), 2 * count);
+        EXPECT_TRUE(std::is_sorted(found.begin(), found.end(),
+                                   [](const Match &a, const Match &b) { return a.id < b.id; }));
+    }
+}
+
+TEST(DeclarationIndex, TheSameValuesWantedOverAndOverAreLookedUpOnce)
+{
+    std::vector<std::unique_ptr<inspectable>> declarations;
+    DeclarationIndex index;
+    for (guint32 id = 0; id < 100; ++id) {
+        declarations.push_back(record(IT_EVENT_DECLARATION, {{"topic0", id < 5 ? "T" : "U"}}));
+        index.add(id, *declarations.back());
+    }
+    auto many = record(IT_SUBSCRIBE_EXPRESSION, {{"topic0", "T"}});
+    for (int i = 0; i < 200; ++i)
+        many->and_lists.add() = AndList(*many->current());
+    EXPECT_EQ(candidates(index, *many).size(), 5u);
+}
+
+TEST(DeclarationIndex, AValueThatADeclarationHasManyTimesIsFiledOnce)
+{
+    auto repeated = record(IT_EVENT_DECLARATION, {});
+    for (int i = 0; i < 11500; ++i)
+        repeated->and_lists.last()->add(key_value(KeyName::intern("a"), FALSE, "1", FALSE, FALSE));
+    DeclarationIndex index;
+    index.add(1, *repeated);
+    EXPECT_EQ(found(index, *record(IT_SUBSCRIBE_EXPRESSION, {{"a", "1"}})), Ids({1}));
+    EXPECT_EQ(candidates(index, *record(IT_SUBSCRIBE_EXPRESSION, {{"a", nullptr}})).capacity(), 1u);
+}
+
+TEST(DeclarationIndex, TheMemoryOfAHugeSearchIsGivenBack)
+{
+    auto one = record(IT_EVENT_DECLARATION, {{"a", "1"}});
+    DeclarationIndex index;
+    for (guint32 id = 0; id < 20000; ++id)
+        index.add(id, *one);
+    Matches matches;
+    index.find(*record(IT_SUBSCRIBE_EXPRESSION, {}), matches);
+    EXPECT_EQ(matches.size(), 20000u);
+    index.find(*record(IT_SUBSCRIBE_EXPRESSION, {{"b", "1"}}), matches);
+    EXPECT_LE(matches.capacity(), 5000u);
 }
 
 TEST(DeclarationIndex, WhatIsRemovedLeavesNothingBehind)
