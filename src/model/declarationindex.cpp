@@ -221,15 +221,15 @@ void DeclarationIndex::clear()
         remove(declaration->hash);
 }
 
+// What is filed under a key is one record for all who have it.
 std::size_t DeclarationIndex::most_memory_for(const inspectable &declaration)
 {
-    const std::size_t of_value =
-        block_size(sizeof(FiledValue)) + block_size(sizeof(Values)) + HashChains::memory_for_record;
-    const std::size_t of_key = block_size(sizeof(Values)) + HashChains::memory_for_record;
+    const std::size_t of_value = block_size(sizeof(Values)) + HashChains::memory_for_record;
     std::size_t size = block_size(sizeof(FiledDeclaration)) + HashChains::memory_for_record;
     for (const AndList &content : declaration.and_lists)
         for (Bucket bucket : content.keyed())
-            size += of_key + bucket.count() * of_value;
+            for (const key_value &present : bucket)
+                size += block_size(sizeof(FiledValue)) + (present.value_wildcard ? 0 : of_value);
     return size;
 }
 

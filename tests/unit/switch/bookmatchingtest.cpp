@@ -4,6 +4,8 @@
 
 #include "switch/book.hpp"
 
+#include "model/inspectable.hpp"
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -69,6 +71,8 @@ public:
             else
                 event_declaration_add_key_value(declaration.get(), key(), value(),
                                                 VALUE_TYPE_STRING);
+        if (below(6) == 0)
+            add_values_of_strangers(declaration.get());
         if (below(3) == 0)
             event_declaration_set_property(declaration.get(), "topic0", nullptr, nullptr);
         event_declaration_set_local_id(declaration.get(), local_id);
@@ -78,8 +82,8 @@ public:
     ExpressionOwner expression()
     {
         ExpressionOwner expression(subscribe_expression_new());
-        for (guint32 alternatives = 1 + below(2); alternatives > 0; --alternatives) {
-            for (guint32 i = below(4); i > 0; --i)
+        for (guint32 alternatives = few_or_many(2, 30); alternatives > 0; --alternatives) {
+            for (guint32 i = few_or_many(4, 40) - 1; i > 0; --i)
                 add_condition(expression.get());
             if (alternatives > 1)
                 subscribe_expression_or(expression.get());
@@ -88,6 +92,9 @@ public:
     }
 
 private:
+    // From 1 on; now and then very many.
+    guint32 few_or_many(guint32 few, guint32 many) { return 1 + below(below(8) ? few : many); }
+
     const char *key()
     {
         static const char *const keys[] = {"topic1", "state", "unit", "level", "room"};
@@ -97,6 +104,13 @@ private:
     {
         static const char *const values[] = {"on", "off", "Device", "Power"};
         return values[below(4)];
+    }
+    // Off the wire a key may have many values, the same ones again, and negated ones.
+    void add_values_of_strangers(event_declaration *declaration)
+    {
+        AndList &list = *event_declaration_get_inspectable(declaration)->current();
+        for (guint32 i = below(30); i > 0; --i)
+            list.add(key_value(KeyName::intern(key()), FALSE, value(), FALSE, below(30) == 0));
     }
     void add_condition(subscribe_expression *expression)
     {
