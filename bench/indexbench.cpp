@@ -7,6 +7,7 @@
 //   indexbench --operation CASE SIZE COUNT
 
 #include "bench/indexsample.hpp"
+#include "bench/indexworst.hpp"
 #include "model/declarationindex.hpp"
 
 #include <malloc.h>
@@ -188,6 +189,70 @@ void bench_declarations(unsigned size)
     row("a declaration, removing", size, removing, "us");
 }
 
+void bench_worst(const WorstSet &set)
+{
+    std::vector<InspectableOwner> expressions;
+    for (unsigned i = 0; i < set.size; ++i)
+        expressions.emplace_back(set.make(i, set.size));
+    InspectableOwner container = set.make_container();
+    ExpressionIndex index(ExpressionIndex::Containers::Declarations);
+    double longest = 0;
+    double adding = microseconds_of(
+        [&](unsigned i) {
+            auto add = [&](unsigned) { index.add(i, *expressions[i]); };
+            longest = std::max(longest, microseconds_of(add, 1));
+        },
+        set.size);
+    Matches matches;
+    double finding = usual([&](unsigned) { index.find(*container, matches); }, 8, 1);
+    double looking = usual(
+        [&](unsigned) {
+            matches.clear();
+            for (const auto &expression : expressions)
+                if (inspectable_contains(container.get(), expression.get()))
+                    matches.push_back({0, expression.get(), 0, true});
+        },
+        8, 1);
+    char name[64];
+    auto print = [&](const char *what, double figure) {
+        std::snprintf(name, sizeof name, "%s: %s", set.name, what);
+        row(name, set.size, figure, "us");
+    };
+    print("find", finding);
+    print("look at each", looking);
+    print("add", adding);
+    print("longest add", longest);
+}
+
+void bench_worst_alternatives()
+{
+    constexpr unsigned size = 4000;
+    InspectableOwner declaration = container_of({{"topic0", "T"}, {"a", nullptr}});
+    DeclarationIndex index;
+    for (unsigned i = 0; i < size; ++i)
+        index.add(i, *declaration);
+    for (unsigned alternatives : {1U, 100U, 7500U}) {
+        InspectableOwner expression = many_alternatives(alternatives);
+        Matches matches;
+        double best = usual([&](unsigned) { index.find(*expression, matches); }, 4, 1);
+        row(("alternatives among declarations: " + std::to_string(alternatives)).c_str(), size,
+            best, "us", static_cast<double>(matches.size()));
+    }
+}
+
+void bench_worst_pairs()
+{
+    constexpr unsigned size = 8000;
+    InspectableOwner container = many_values(size, "v", false);
+    for (bool any_key : {false, true}) {
+        InspectableOwner expression = many_values(size, any_key ? "v" : "w", any_key);
+        double best =
+            usual([&](unsigned) { inspectable_contains(container.get(), expression.get()); }, 4, 1);
+        row(any_key ? "key wildcards against as many values" : "conditions against as many values",
+            size, best, "us");
+    }
+}
+
 void bench_all(const char *only)
 {
     for (const Set &set : sets) {
@@ -200,6 +265,12 @@ void bench_all(const char *only)
             bench_scan(set, subject, size);
         }
         bench_changes(set, sizes[2]);
+    }
+    if (!only || std::strcmp(only, "worst") == 0) {
+        for (const WorstSet &set : worst_sets)
+            bench_worst(set);
+        bench_worst_alternatives();
+        bench_worst_pairs();
     }
     if (!only || std::strcmp(only, "reverse") == 0)
         for (unsigned size : {10U, 1000U, 10000U})

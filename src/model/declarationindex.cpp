@@ -351,7 +351,6 @@ void DeclarationIndex::find(const inspectable &expression, Matches &matches) con
     std::erase_if(matches, [&expression](const Match &match) {
         return !inspectable_contains(match.record, &expression);
     });
-    give_back_room(matches);
 }
 
 } // namespace qandor

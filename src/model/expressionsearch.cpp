@@ -270,15 +270,14 @@ std::size_t ExpressionIndex::search(const inspectable &container, Containment &c
         steps += search.steps();
     }
     sort_matches(matches);
+    give_back_room(matches);
     return steps;
 }
 
 std::size_t ExpressionIndex::find_candidates(const inspectable &container, Matches &matches) const
 {
     Containment containment(container);
-    std::size_t steps = search(container, containment, matches);
-    give_back_room(matches);
-    return steps;
+    return search(container, containment, matches);
 }
 
 void ExpressionIndex::find(const inspectable &container, Matches &matches) const
@@ -288,7 +287,6 @@ void ExpressionIndex::find(const inspectable &container, Matches &matches) const
     std::erase_if(matches, [&containment](const Match &match) {
         return !match.is_proven && !containment.satisfies(*match.record);
     });
-    give_back_room(matches);
 }
 
 } // namespace qandor

@@ -24,7 +24,7 @@ using Matches = std::vector<Match>;
 // Sorts, and leaves each record once.
 void sort_matches(Matches &matches);
 
-// Keeps no more memory than a search usually takes, once one has found very many.
+// Of candidates: keeps no more room than a search usually takes, when one before had very many.
 void give_back_room(Matches &matches);
 
 } // namespace qandor
