@@ -40,14 +40,23 @@ private:
     std::string path_;
 };
 
+void check(const Limits &limits)
+{
+    for (const LimitName &limit : limit_names) {
+        guint64 value = limits.*limit.value;
+        must(value >= limit.least && value <= limit.most, "a limit is in its bounds");
+    }
+}
+
 void check(const Configuration &configuration)
 {
     must(g_path_is_absolute(configuration.types_read_only.c_str()) &&
              g_path_is_absolute(configuration.types_writable.c_str()),
          "a folder has a whole path");
-    for (const LimitName &limit : limit_names) {
-        guint64 value = configuration.limits.*limit.value;
-        must(value >= limit.least && value <= limit.most, "a limit is in its bounds");
+    check(configuration.limits.common);
+    for (const auto &[uid, limits] : configuration.limits.by_uid) {
+        must(uid != G_MAXUINT32, "a user is somebody");
+        check(limits);
     }
 }
 

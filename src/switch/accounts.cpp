@@ -84,12 +84,13 @@ std::optional<std::string> Accounts::refusal(guint32 uid, const Usage &more,
                                              const Usage &replaced) const
 {
     Usage used = usage_of(uid);
+    const Limits &limits = limits_.of(uid);
     for (const Bound &bound : own_bounds)
         if (is_over(used.*bound.usage, more.*bound.usage, replaced.*bound.usage,
-                    limits_.*bound.limit))
-            return "A user may have " + std::to_string(limits_.*bound.limit) + " " + bound.text;
+                    limits.*bound.limit))
+            return "A user may have " + std::to_string(limits.*bound.limit) + " " + bound.text;
     if (is_over(total().declared_bytes, more.declared_bytes, replaced.declared_bytes,
-                limits_.total_stored_bytes))
+                total_limit()))
         return "Too many declarations are stored";
     return std::nullopt;
 }

@@ -65,11 +65,12 @@ private:
 
 class Accounts {
 public:
-    explicit Accounts(const Limits &limits = {}) : limits_(limits) {}
+    explicit Accounts(UserLimits limits = {}) : limits_(std::move(limits)) {}
 
-    const Limits &limits() const { return limits_; }
+    const Limits &limits(guint32 uid) const { return limits_.of(uid); }
+    guint64 total_limit() const { return limits_.common.total_stored_bytes; }
     // What is over a new limit stays; nothing is added to it.
-    void set_limits(const Limits &limits) { limits_ = limits; }
+    void set_limits(UserLimits limits) { limits_ = std::move(limits); }
 
     // Says which limit the user would pass with so much more, after giving back what is replaced.
     std::optional<std::string> refusal(guint32 uid, const Usage &more,
@@ -89,7 +90,7 @@ private:
     std::shared_ptr<Account> account_of(guint32 uid);
     Usage usage_of(guint32 uid) const;
 
-    Limits limits_;
+    UserLimits limits_;
     std::shared_ptr<Account> all_ = std::make_shared<Account>();
     std::map<guint32, std::shared_ptr<Account>> accounts_;
     std::unordered_set<std::string> key_names_;

@@ -4,6 +4,8 @@
 
 #include "platform/owners.hpp"
 
+#include <pwd.h>
+
 #include <algorithm>
 #include <optional>
 #include <string_view>
@@ -18,6 +20,8 @@ using NamesOwner = Owner<gchar *, g_strfreev>;
 constexpr const char *usual_file = "/etc/event_switch/event-switch.conf";
 constexpr const char *folders_group = "folders";
 constexpr const char *limits_group = "limits";
+constexpr std::string_view user_group = "user ";
+constexpr guint64 max_uid = G_MAXUINT32 - 1; // the highest number stands for nobody
 
 struct FolderName {
     const char *name;
@@ -28,12 +32,44 @@ constexpr FolderName folder_names[] = {
     {"writable", &Configuration::types_writable},
 };
 
-template <class Names> std::string list_of(const Names &names)
+std::string list_of(const std::vector<std::string> &names)
 {
     std::string list;
-    for (const auto &one : names)
-        list += (list.empty() ? "" : ", ") + std::string(one.name);
+    for (const std::string &name : names)
+        list += (list.empty() ? "" : ", ") + name;
     return list;
+}
+
+std::string folder_list()
+{
+    std::vector<std::string> names;
+    for (const FolderName &one : folder_names)
+        names.emplace_back(one.name);
+    return list_of(names);
+}
+
+std::string limit_list(bool of_user)
+{
+    std::vector<std::string> names;
+    for (const LimitName &one : limit_names)
+        if (one.for_each_user || !of_user)
+            names.emplace_back(one.name);
+    return list_of(names);
+}
+
+bool is_user_group(const std::string &group)
+{
+    return group.starts_with(user_group);
+}
+
+// The user id of a name or a number. A number needs no entry in the user database.
+std::optional<guint32> find_user(const std::string &name)
+{
+    guint64 uid = 0;
+    if (g_ascii_string_to_unsigned(name.c_str(), 10, 0, max_uid, &uid, nullptr))
+        return static_cast<guint32>(uid);
+    const passwd *user = getpwnam(name.c_str());
+    return user ? std::optional<guint32>(user->pw_uid) : std::nullopt;
 }
 
 std::vector<std::string> split_lines(const std::string &text)
@@ -65,11 +101,14 @@ public:
 
 private:
     bool read_folder(const std::string &key, Configuration &configuration);
-    bool read_limit(const std::string &key, Limits &limits);
-    bool read_key(const std::string &group, const std::string &key, Configuration &configuration);
+    bool read_limit(const std::string &group, const std::string &key, Limits &limits);
+    bool read_group(const std::string &group, Configuration &configuration);
+    bool read_user(const std::string &group, UserLimits &limits);
     bool is_wrong(std::size_t line, const std::string &what);
     std::size_t line_of(const std::string &group, const std::string &key = "") const;
     std::vector<std::string> names(gchar **found) const;
+    std::vector<std::string> groups() const;
+    std::vector<std::string> keys(const std::string &group) const;
     std::string value_of(const std::string &group, const std::string &key) const;
 
     const std::string &path_;
@@ -102,7 +141,7 @@ std::size_t Reading::line_of(const std::string &group, const std::string &key) c
     return found;
 }
 
-// A line that is none is found by leaving lines away from the end on.
+// An invalid line is found by reading one line more each time.
 bool Reading::parse()
 {
     std::string text;
@@ -114,8 +153,8 @@ bool Reading::parse()
                                       &error))
             continue;
         ErrorOwner owner(error);
-        return is_wrong(i + 1, "'" + stripped(lines_[i]) +
-                                   "' is neither a comment nor a [group] nor a key with its value");
+        return is_wrong(i + 1, "expected a comment, a [group] or KEY=VALUE, got '" +
+                                   stripped(lines_[i]) + "'");
     }
     return true;
 }
@@ -135,58 +174,94 @@ std::string Reading::value_of(const std::string &group, const std::string &key) 
     return value ? value.get() : "";
 }
 
+std::vector<std::string> Reading::groups() const
+{
+    return names(g_key_file_get_groups(file_.get(), nullptr));
+}
+
+std::vector<std::string> Reading::keys(const std::string &group) const
+{
+    return names(g_key_file_get_keys(file_.get(), group.c_str(), nullptr, nullptr));
+}
+
 bool Reading::read_folder(const std::string &key, Configuration &configuration)
 {
     auto known = std::find_if(std::begin(folder_names), std::end(folder_names),
                               [&](const FolderName &one) { return key == one.name; });
     std::size_t line = line_of(folders_group, key);
     if (known == std::end(folder_names))
-        return is_wrong(line,
-                        "'" + key + "' is no folder; expected is one of " + list_of(folder_names));
+        return is_wrong(line, "unknown folder '" + key + "': expected one of " + folder_list());
     std::string value = value_of(folders_group, key);
     if (!g_path_is_absolute(value.c_str()))
-        return is_wrong(line,
-                        key + ": expected is a path that begins with '/', not '" + value + "'");
+        return is_wrong(line, key + ": expected an absolute path, got '" + value + "'");
     configuration.*known->value = value;
     return true;
 }
 
-bool Reading::read_limit(const std::string &key, Limits &limits)
+bool Reading::read_limit(const std::string &group, const std::string &key, Limits &limits)
 {
-    auto known = std::find_if(std::begin(limit_names), std::end(limit_names),
-                              [&](const LimitName &one) { return key == one.name; });
-    std::size_t line = line_of(limits_group, key);
+    bool of_user = is_user_group(group);
+    auto known =
+        std::find_if(std::begin(limit_names), std::end(limit_names), [&](const LimitName &one) {
+            return key == one.name && (one.for_each_user || !of_user);
+        });
+    std::size_t line = line_of(group, key);
     if (known == std::end(limit_names))
-        return is_wrong(line,
-                        "'" + key + "' is no limit; expected is one of " + list_of(limit_names));
-    std::string value = value_of(limits_group, key);
+        return is_wrong(line, "unknown limit '" + key + (of_user ? "' of a user" : "'") +
+                                  ": expected one of " + limit_list(of_user));
+    std::string value = value_of(group, key);
     guint64 number = 0;
     if (!g_ascii_string_to_unsigned(value.c_str(), 10, known->least, known->most, &number, nullptr))
-        return is_wrong(line, key + ": expected is a whole number from " +
+        return is_wrong(line, key + ": expected a whole number from " +
                                   std::to_string(known->least) + " to " +
-                                  std::to_string(known->most) + ", not '" + value + "'");
+                                  std::to_string(known->most) + ", got '" + value + "'");
     limits.*known->value = number;
     return true;
 }
 
-bool Reading::read_key(const std::string &group, const std::string &key,
-                       Configuration &configuration)
+// What the group leaves out is as it is for everybody.
+bool Reading::read_user(const std::string &group, UserLimits &limits)
 {
-    return group == folders_group ? read_folder(key, configuration)
-                                  : read_limit(key, configuration.limits);
+    std::string name = stripped(group.substr(user_group.size()));
+    std::optional<guint32> uid = find_user(name);
+    if (!uid)
+        return is_wrong(line_of(group), "unknown user '" + name +
+                                            "': expected the name of a user or a user id from 0 "
+                                            "to " +
+                                            std::to_string(max_uid));
+    auto [own, is_new] = limits.by_uid.try_emplace(*uid, limits.common);
+    if (!is_new)
+        return is_wrong(line_of(group), "the user '" + name +
+                                            "' has another group already: "
+                                            "expected one group for each user");
+    for (const std::string &key : keys(group))
+        if (!read_limit(group, key, own->second))
+            return false;
+    return true;
 }
 
+bool Reading::read_group(const std::string &group, Configuration &configuration)
+{
+    if (group != folders_group && group != limits_group && !is_user_group(group))
+        return is_wrong(line_of(group), "unknown group '" + group + "': expected one of " +
+                                            folders_group + ", " + limits_group + ", user NAME");
+    for (const std::string &key : keys(group))
+        if (group == folders_group
+                ? !read_folder(key, configuration)
+                : group == limits_group && !read_limit(group, key, configuration.limits.common))
+            return false;
+    return true;
+}
+
+// The users come last: wherever it stands, [limits] is what they start from.
 bool Reading::read(Configuration &configuration)
 {
-    for (const std::string &group : names(g_key_file_get_groups(file_.get(), nullptr))) {
-        if (group != folders_group && group != limits_group)
-            return is_wrong(line_of(group), "'" + group + "' is no group; expected is one of " +
-                                                folders_group + ", " + limits_group);
-        for (const std::string &key :
-             names(g_key_file_get_keys(file_.get(), group.c_str(), nullptr, nullptr)))
-            if (!read_key(group, key, configuration))
-                return false;
-    }
+    for (const std::string &group : groups())
+        if (!read_group(group, configuration))
+            return false;
+    for (const std::string &group : groups())
+        if (is_user_group(group) && !read_user(group, configuration.limits))
+            return false;
     return true;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The configuration file of event-switch: a key file with the folders of types and the limits.
+// The configuration file of event-switch: a key file with the folders of types, the limits of all
+// users, and those of single users.
 #pragma once
 
 #include "switch/limits.hpp"
@@ -14,7 +15,7 @@ namespace qandor {
 struct Configuration {
     std::string types_read_only = "//usr/share/event/declarations.d";
     std::string types_writable = "//etc/event_switch/declarations.d";
-    Limits limits;
+    UserLimits limits;
 };
 
 // What is wrong with a file, as "FILE:LINE: what is wrong and what is expected".

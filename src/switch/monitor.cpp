@@ -248,11 +248,11 @@ int list_limits(sd_bus_message *call, void *userdata, sd_bus_error *)
         int r = 0;
         for (const auto &[uid, usage] : service.accounts.usages())
             if (r >= 0 && (sees_all || uid == sender.uid))
-                r = append_limits(reply, uid, usage, service.accounts.limits());
+                r = append_limits(reply, uid, usage, service.accounts.limits(uid));
         if (r >= 0 && sees_all)
             r = sd_bus_message_append(reply, "(ustt)", G_MAXUINT32, "total_stored_bytes",
                                       service.accounts.total().declared_bytes,
-                                      service.accounts.limits().total_stored_bytes);
+                                      service.accounts.total_limit());
         return r;
     });
 }

@@ -87,7 +87,10 @@ bool Request::read_record(RecordKind kind)
     const void *data = nullptr;
     size_t size = 0;
     sd_bus_message_read_array(call_, 'y', &data, &size);
-    guint64 limit = service_.accounts.limits().record_bytes;
+    Sender sender{};
+    if (!find_sender(sender))
+        return false;
+    guint64 limit = service_.accounts.limits(sender.uid).record_bytes;
     if (size > limit)
         return refuse(SD_BUS_ERROR_LIMITS_EXCEEDED,
                       "A record may have " + std::to_string(limit) + " bytes");

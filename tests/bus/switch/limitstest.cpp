@@ -169,6 +169,19 @@ TEST_F(LimitsTest, AWrongConfigurationLeavesTheOldOneInForce)
     EXPECT_TRUE(becomes([&] { return declare(one, 3).error.empty(); }));
 }
 
+TEST_F(LimitsTest, AUsersOwnLimitsAreReadAgainToo)
+{
+    const std::string own = "[limits]\ndeclarations=1\n[user " + std::to_string(getuid()) + "]\n";
+    reload(own + "declarations=3\n");
+    EXPECT_TRUE(becomes([&] {
+        return declare(one, 3).error.empty() && declare(one, 1).error.empty() &&
+               declare(one, 2).error.empty();
+    }));
+    EXPECT_EQ(declare(one, 4).text, "A user may have 3 declarations");
+    reload(own + "declarations=4\n");
+    EXPECT_TRUE(becomes([&] { return declare(one, 4).error.empty(); }));
+}
+
 TEST_F(LimitsTest, OneUsersFloodLeavesTheOthersServed)
 {
     if (getuid() != 0)
@@ -200,7 +213,7 @@ TEST(Configuration, AWrongFileIsToldAndNothingIsServed)
     ChildProcess process(
         {"/bin/sh", "-c", std::string(QANDOR_SWITCH_PROGRAM) + " --config=" + path + " 2>&1"});
     EXPECT_THAT(process.read_line().value_or(""),
-                HasSubstr(path + ":2: peers: expected is a whole number from 1 to 4294967295"));
+                HasSubstr(path + ":2: peers: expected a whole number from 1 to 4294967295"));
     EXPECT_EQ(process.wait(), 1);
 }
 

@@ -21,6 +21,18 @@ constexpr const char *configuration_file = QANDOR_DATA "/event-switch.conf";
 constexpr const char *program_page = QANDOR_MANUAL "/event-switch.8";
 constexpr const char *configuration_page = QANDOR_MANUAL "/event-switch.conf.5";
 
+// In front of the lines of an example.
+constexpr std::string_view example_sign = "#   ";
+
+std::vector<std::string> all_lines_of(const char *file)
+{
+    std::istringstream stream(text_of(file));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 // A line "#key=value"; what explains a key has a space behind the sign.
 bool is_commented_key(const std::string &line)
 {
@@ -79,7 +91,7 @@ TEST(InstalledConfiguration, HasEachKeyWithItsDefaultForWhoeverTakesTheSignAway)
         << std::get<ConfigurationFault>(read).text;
     const auto &configuration = std::get<Configuration>(read);
     for (const LimitName &limit : limit_names)
-        EXPECT_EQ(configuration.limits.*limit.value, Limits().*limit.value) << limit.name;
+        EXPECT_EQ(configuration.limits.common.*limit.value, Limits().*limit.value) << limit.name;
     EXPECT_EQ(configuration.types_read_only, plain(Configuration().types_read_only));
     EXPECT_EQ(configuration.types_writable, plain(Configuration().types_writable));
 }
@@ -92,6 +104,22 @@ TEST(InstalledConfiguration, ExplainsEachKeyInTheLineBeforeIt)
         const bool is_explained = before.starts_with("# ");
         EXPECT_TRUE(is_explained || !is_commented_key(line)) << line;
     }
+}
+
+TEST(InstalledConfiguration, HasAnExampleOfAUsersLimitsThatReads)
+{
+    std::string example;
+    for (const std::string &line : all_lines_of(configuration_file))
+        if (line.starts_with(example_sign))
+            example += line.substr(example_sign.size()) + "\n";
+    const std::string user = "[user event-gateway]";
+    ASSERT_THAT(example, testing::StartsWith(user));
+    example.replace(0, user.size(), "[user 0]"); // a build machine does not have that user
+    TemporaryFolder folder;
+    auto read = read_configuration(folder.write("event-switch.conf", example));
+    ASSERT_TRUE(std::holds_alternative<Configuration>(read))
+        << std::get<ConfigurationFault>(read).text;
+    EXPECT_GT(std::get<Configuration>(read).limits.of(0).declarations, Limits().declarations);
 }
 
 TEST(ManualPages, SayOfEachLimitItsDefault)

@@ -21,7 +21,7 @@ TEST(Accounts, ALimitMayBeReachedAndNotPassed)
 {
     Limits limits;
     limits.stored_bytes = 100;
-    Accounts accounts(limits);
+    Accounts accounts({limits, {}});
     EXPECT_EQ(accounts.refusal(1, bytes(100)), std::nullopt);
     EXPECT_EQ(accounts.refusal(1, bytes(101)), "A user may have 100 stored bytes");
     Charge charge = accounts.charge(1, bytes(60));
@@ -44,7 +44,7 @@ TEST(Accounts, EachLimitIsItsOwn)
     for (auto [usage, limit] : pairs) {
         Limits limits;
         limits.*limit = 2;
-        Accounts accounts(limits);
+        Accounts accounts({limits, {}});
         Usage more;
         more.*usage = 2;
         EXPECT_EQ(accounts.refusal(1, more), std::nullopt);
@@ -58,17 +58,33 @@ TEST(Accounts, OneUserDoesNotStarveAnother)
 {
     Limits limits;
     limits.declarations = 1;
-    Accounts accounts(limits);
+    Accounts accounts({limits, {}});
     Charge charge = accounts.charge(1, bytes(10));
     EXPECT_NE(accounts.refusal(1, bytes(10)), std::nullopt);
     EXPECT_EQ(accounts.refusal(2, bytes(10)), std::nullopt);
+}
+
+TEST(Accounts, AUserMayHaveLimitsOfItsOwn)
+{
+    Limits common, own;
+    common.declarations = 1;
+    own.declarations = 2;
+    Accounts accounts({common, {{7, own}}});
+    Charge charge = accounts.charge(1, bytes(10));
+    Charge own_charge = accounts.charge(7, bytes(10));
+    EXPECT_EQ(accounts.refusal(1, bytes(10)), "A user may have 1 declarations");
+    EXPECT_EQ(accounts.refusal(7, bytes(10)), std::nullopt);
+    Charge another = accounts.charge(7, bytes(10));
+    EXPECT_EQ(accounts.refusal(7, bytes(10)), "A user may have 2 declarations");
+    accounts.set_limits({own, {}});
+    EXPECT_EQ(accounts.refusal(1, bytes(10)), std::nullopt);
 }
 
 TEST(Accounts, AllTogetherHaveALimitToo)
 {
     Limits limits;
     limits.total_stored_bytes = 100;
-    Accounts accounts(limits);
+    Accounts accounts({limits, {}});
     Charge charge = accounts.charge(1, bytes(60));
     EXPECT_EQ(accounts.refusal(2, bytes(41)), "Too many declarations are stored");
     EXPECT_EQ(accounts.refusal(2, bytes(40)), std::nullopt);
@@ -95,7 +111,7 @@ TEST(Accounts, WhatIsOverALoweredLimitStaysAndOnlyShrinks)
     Charge charge = accounts.charge(1, bytes(60));
     Limits limits;
     limits.stored_bytes = 50;
-    accounts.set_limits(limits);
+    accounts.set_limits({limits, {}});
     EXPECT_NE(accounts.refusal(1, bytes(1)), std::nullopt);
     EXPECT_EQ(accounts.refusal(1, bytes(59), bytes(60)), std::nullopt) << "less than before";
     EXPECT_EQ(accounts.refusal(1, {.subscriptions = 1}), std::nullopt) << "another limit";
@@ -105,7 +121,7 @@ TEST(Accounts, AKeyNameIsChargedToTheFirstWhoBringsItUp)
 {
     Limits limits;
     limits.key_names = 2;
-    Accounts accounts(limits);
+    Accounts accounts({limits, {}});
     EXPECT_EQ(accounts.add_key_names(1, {"a", "b", "a"}), std::nullopt);
     EXPECT_EQ(accounts.add_key_names(1, {"b", "a"}), std::nullopt);
     EXPECT_EQ(accounts.add_key_names(1, {"a", "c"}), "A user may have 2 new key names");
@@ -119,7 +135,7 @@ TEST(Accounts, NamesThatAreRefusedAreNotRemembered)
 {
     Limits limits;
     limits.key_names = 1;
-    Accounts accounts(limits);
+    Accounts accounts({limits, {}});
     EXPECT_NE(accounts.add_key_names(1, {"a", "b"}), std::nullopt);
     EXPECT_EQ(accounts.usages()[1].key_names, 0u);
     EXPECT_EQ(accounts.add_key_names(2, {"a"}), std::nullopt);

@@ -288,7 +288,7 @@ TEST_F(BookTest, WhatIsKeptIsChargedToItsUserAndGivenBack)
     Limits limits;
     limits.declarations = 1;
     limits.peers = 1;
-    accounts.set_limits(limits);
+    accounts.set_limits({limits, {}});
     EXPECT_EQ(book.refusal_to_declare(peer, 1, 100), std::nullopt);
     std::size_t size = book.declare(peer, new_declaration("Device", 1)).bytes.size();
     EXPECT_EQ(accounts.usages()[1000].declarations, 1u);

@@ -176,7 +176,7 @@ TEST_F(TurnsTest, CallsBeyondTheLimitAreRefusedButQuestionsWithoutArguments)
 {
     Limits limits;
     limits.stored_bytes = 3000;
-    accounts.set_limits(limits);
+    accounts.set_limits({limits, {}});
     block(one);
     send_later(one, "Rest");
     take(one, "First");
