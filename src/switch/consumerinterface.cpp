@@ -74,7 +74,8 @@ int get_property_state(sd_bus_message *call, void *userdata, sd_bus_error *)
     Request request(call, userdata);
     Sender sender{};
     if (!request.read_record(RecordKind::SubscribeExpression) || !request.find_sender(sender) ||
-        !request.admit(request.service().questions.refusal_to_ask(sender.uid)) ||
+        !request.admit(
+            request.service().questions.refusal_to_ask(sender.uid, request.record()->len)) ||
         !request.admit_key_names())
         return request.refusal();
     ExpressionOwner expression(subscribe_expression_deserialize(request.record()));

@@ -3,6 +3,7 @@
 #include "switch/propertyquestions.hpp"
 
 #include "switch/buspost.hpp"
+#include "switch/replybudget.hpp"
 
 #include <qandor/serialize.h>
 
@@ -15,17 +16,15 @@ namespace {
 constexpr guint64 deadline_usec = 2 * G_USEC_PER_SEC;
 // For an event that comes behind the answer of its producer.
 constexpr guint64 grace_usec = 50 * 1000;
-// A stock bus refuses the 129th unanswered call, and a producer may stay silent for ever. So the
-// answers that are waited for are bounded, and each user who asks has a share. Beyond it producers
-// are asked without waiting for their answer: a state is heard of all the same.
-constexpr std::size_t max_askings = 100;
-constexpr guint max_askings_of_user = 32;
-// With one bus name; the others queue up, unless it has shown itself silent.
-constexpr guint max_askings_of_name = 4;
-// Of one question, asked or in a queue.
-constexpr guint max_unanswered = 64;
+// Properties of one bus name in one question that are queued, not sent yet or not answered.
+constexpr guint max_unanswered_of_name = 8;
 
-constexpr Usage one_question{.questions = 1};
+// The call stays until it is answered, beside the expression as it goes to the producers.
+Usage usage_of_question(std::size_t bytes)
+{
+    constexpr std::size_t overhead = 2048;
+    return {.questions = 1, .waiting_bytes = 2 * bytes + overhead};
+}
 
 PropertyStateOwner state_from(const event *event)
 {
@@ -57,6 +56,14 @@ std::string own_record(const subscribe_expression *expression, guint32 subscript
 
 } // namespace
 
+// What a question wants to know of one bus name.
+struct PropertyQuestions::Share {
+    std::vector<guint32> properties; // global ids of the declarations to ask, in order
+    std::size_t next = 0;            // of the properties
+    guint unanswered = 0;            // of those before
+    bool is_asking = true;           // then ask_more() has nothing to do
+};
+
 struct PropertyQuestions::Question {
     struct Subscribed {
         guint32 global_id;
@@ -68,11 +75,10 @@ struct PropertyQuestions::Question {
     guint32 subscription_id;
     guint32 uid; // who asks
     BusMessageOwner call;
-    std::string expression;          // serialized
-    std::vector<guint32> properties; // global ids of the declarations to ask, in order
+    std::string expression; // serialized
     Charge charge;
-    std::size_t next = 0; // of the properties
-    guint unanswered = 0; // of those before
+    std::map<std::string, Share> shares{}; // by bus name
+    std::size_t left = 0;                  // properties that have not answered
     EventTimerOwner timer{};
     std::vector<Subscribed> subscribed{};
 };
@@ -81,7 +87,8 @@ struct PropertyQuestions::Question {
 struct PropertyQuestions::Asking {
     PropertyQuestions &owner;
     guint32 token;
-    guint32 uid; // of the asker
+    guint32 asker; // user ids
+    guint32 declarer;
     std::string name;
     BusSlotOwner slot;
     std::list<Asking>::iterator place;
@@ -100,9 +107,9 @@ PropertyQuestions::PropertyQuestions(sd_bus *bus, Outbox &outbox, Post &post, Bo
 
 PropertyQuestions::~PropertyQuestions() = default;
 
-std::optional<std::string> PropertyQuestions::refusal_to_ask(guint32 uid) const
+std::optional<std::string> PropertyQuestions::refusal_to_ask(guint32 uid, std::size_t bytes) const
 {
-    return accounts_.refusal(uid, one_question);
+    return accounts_.refusal(uid, usage_of_question(bytes));
 }
 
 void PropertyQuestions::ask(sd_bus_message *call, guint32 uid,
@@ -114,68 +121,102 @@ void PropertyQuestions::ask(sd_bus_message *call, guint32 uid,
                                    "No property matches the expression");
         return;
     }
-    std::vector<guint32> ids;
-    ids.reserve(properties.size());
-    for (const Declaration *declaration : properties)
-        ids.push_back(declaration->global_id);
     guint32 token = next_id(last_token_, questions_);
     guint32 subscription_id = book_.new_subscription_id();
     const char *own_name = "";
     sd_bus_get_unique_name(bus_, &own_name);
+    std::string record = own_record(expression, subscription_id, own_name, token);
+    Usage usage = usage_of_question(record.size());
+    usage.waiting_bytes += properties.size() * (sizeof(guint32) + sizeof(Question::Subscribed));
     auto made = std::make_unique<Question>(
         Question{*this, token, subscription_id, uid, BusMessageOwner(sd_bus_message_ref(call)),
-                 own_record(expression, subscription_id, own_name, token), std::move(ids),
-                 accounts_.charge(uid, one_question)});
+                 std::move(record), accounts_.charge(uid, usage)});
     Question &question = *made;
+    for (const Declaration *declaration : properties)
+        question.shares[declaration->producer.name].properties.push_back(declaration->global_id);
+    question.left = properties.size();
     questions_.emplace(token, std::move(made));
     start_timer(question, deadline_usec, end_of_deadline);
-    ask_more(question);
+    // By global id, as far as the shares go.
+    for (const Declaration *declaration : properties)
+        ask_next(question, question.shares.at(declaration->producer.name));
+    for (auto &[name, share] : question.shares) {
+        share.is_asking = false;
+        ask_more(question, share);
+    }
 }
 
-void PropertyQuestions::ask_more(Question &question)
+// What is asked may be answered, or sent without waiting, before this comes back.
+void PropertyQuestions::ask_more(Question &question, Share &share)
 {
-    while (question.next < question.properties.size() && question.unanswered < max_unanswered) {
-        guint32 global_id = question.properties[question.next++];
-        const Declaration *declaration = book_.find_declaration(global_id);
-        if (!declaration)
-            continue;
-        ++question.unanswered;
-        auto asked = asked_.find(declaration->producer.name);
-        if (asked != asked_.end() && asked->second.must_queue())
-            asked->second.queue.push_back({question.token, global_id});
-        else
-            ask_producer(question, *declaration);
+    if (std::exchange(share.is_asking, true))
+        return;
+    while (ask_next(question, share)) {
     }
-    if (question.unanswered == 0)
+    share.is_asking = false;
+    if (question.left == 0)
         start_timer(question, grace_usec, end_of_grace);
 }
 
-bool PropertyQuestions::may_wait_for_answer(guint32 uid, const std::string &name) const
+// Whether there was one that may be asked now.
+bool PropertyQuestions::ask_next(Question &question, Share &share)
 {
-    auto of_user = askings_of_.find(uid);
+    if (share.next == share.properties.size() || share.unanswered == max_unanswered_of_name)
+        return false;
+    guint32 global_id = share.properties[share.next++];
+    const Declaration *declaration = book_.find_declaration(global_id);
+    if (!declaration) {
+        --question.left;
+        return true;
+    }
+    ++share.unanswered;
+    Unasked next{question.token, global_id, declaration->producer.name};
+    auto asked = asked_.find(next.name);
+    if (asked != asked_.end() && asked->second.must_queue())
+        asked->second.queue.push_back(next);
+    else
+        ask_producer(question, next);
+    return true;
+}
+
+guint32 PropertyQuestions::declarer_of(const Declaration &declaration) const
+{
+    return book_.producers().at(declaration.producer).peer.uid;
+}
+
+bool PropertyQuestions::may_wait_for_answer(guint32 asker, guint32 declarer,
+                                            const std::string &name) const
+{
+    auto has_room = [](const auto &counts, guint32 uid, guint most) {
+        auto found = counts.find(uid);
+        return found == counts.end() || found->second < most;
+    };
     auto of_name = asked_.find(name);
     return askings_.size() < max_askings &&
-           (of_user == askings_of_.end() || of_user->second < max_askings_of_user) &&
+           has_room(askings_by_asker_, asker, max_askings_of_asker) &&
+           has_room(askings_by_declarer_, declarer, max_askings_of_declarer) &&
            (of_name == asked_.end() || of_name->second.under_way < max_askings_of_name);
 }
 
-void PropertyQuestions::ask_producer(Question &question, const Declaration &declaration)
+// The declaration is there.
+void PropertyQuestions::ask_producer(Question &question, const Unasked &next)
 {
-    const std::string &name = declaration.producer.name;
-    Unasked next{question.token, declaration.global_id};
-    Asking *asking =
-        may_wait_for_answer(question.uid, name) ? &begin_asking(question, name) : nullptr;
+    guint32 declarer = declarer_of(*book_.find_declaration(next.global_id));
+    Asking *asking = may_wait_for_answer(question.uid, declarer, next.name)
+                         ? &begin_asking(question, declarer, next.name)
+                         : nullptr;
     Outbox::Cause cause(outbox_, question.uid);
     outbox_.add([this, next, asking] { subscribe(next, asking); });
 }
 
-PropertyQuestions::Asking &PropertyQuestions::begin_asking(const Question &question,
-                                                           const std::string &name)
+PropertyQuestions::Asking &
+PropertyQuestions::begin_asking(const Question &question, guint32 declarer, const std::string &name)
 {
-    askings_.push_front({*this, question.token, question.uid, name, nullptr, {}});
+    askings_.push_front({*this, question.token, question.uid, declarer, name, nullptr, {}});
     askings_.front().place = askings_.begin();
     ++asked_[name].under_way;
-    ++askings_of_[question.uid];
+    ++askings_by_asker_[question.uid];
+    ++askings_by_declarer_[declarer];
     return askings_.front();
 }
 
@@ -188,12 +229,15 @@ void PropertyQuestions::subscribe(const Unasked &next, Asking *asking)
     if (question != questions_.end() && declaration)
         call = BusPost::new_subscribe_call(bus_, declaration->producer,
                                            question->second->expression, declaration->local_id);
-    if (call && send(call.get(), asking) >= 0)
+    bool is_sent = call && send(call.get(), asking) >= 0;
+    if (is_sent)
         question->second->subscribed.push_back({next.global_id, declaration->producer.name});
-    else if (asking)
+    if (is_sent && !asking)
+        count_unanswerable(next.token, next.name);
+    else if (!is_sent && asking)
         end_asking(*asking);
-    else if (question != questions_.end())
-        count_answer(*question->second);
+    else if (!is_sent)
+        count_answer(next.token, next.name);
 }
 
 // The bus answers for a producer that leaves; until then the call counts there, so it counts here
@@ -219,11 +263,10 @@ void PropertyQuestions::ask_queued(const std::string &name)
             break;
         Unasked next = asked->second.queue.front();
         asked->second.queue.pop_front();
-        Question &question = *questions_.at(next.token);
-        if (const Declaration *declaration = book_.find_declaration(next.global_id))
-            ask_producer(question, *declaration);
+        if (book_.find_declaration(next.global_id))
+            ask_producer(*questions_.at(next.token), next);
         else
-            count_answer(question);
+            count_answer(next.token, next.name);
     }
     forget_if_idle(name);
 }
@@ -245,24 +288,40 @@ int PropertyQuestions::receive_subscribe_answer(sd_bus_message *, void *data, sd
 
 void PropertyQuestions::end_asking(Asking &asking)
 {
+    auto give_back = [](auto &counts, guint32 uid) {
+        if (--counts.at(uid) == 0)
+            counts.erase(uid);
+    };
     std::string name = asking.name;
-    auto question = questions_.find(asking.token);
-    if (--askings_of_.at(asking.uid) == 0)
-        askings_of_.erase(asking.uid);
+    guint32 token = asking.token;
+    give_back(askings_by_asker_, asking.asker);
+    give_back(askings_by_declarer_, asking.declarer);
     --asked_.at(name).under_way;
     askings_.erase(asking.place);
-    if (question != questions_.end())
-        count_answer(*question->second);
+    count_answer(token, name);
     ask_queued(name);
 }
 
-void PropertyQuestions::count_answer(Question &question)
+void PropertyQuestions::count_answer(guint32 token, const std::string &name)
 {
-    --question.unanswered;
-    ask_more(question);
+    auto found = questions_.find(token);
+    if (found == questions_.end())
+        return;
+    Question &question = *found->second;
+    --question.left;
+    --question.shares.at(name).unanswered;
+    ask_more(question, question.shares.at(name));
 }
 
-// Whoever has not answered the question, or not even let it come to its turn.
+// Whether the property has no state is not known before the deadline, but the next may be asked.
+void PropertyQuestions::count_unanswerable(guint32 token, const std::string &name)
+{
+    Question &question = *questions_.at(token);
+    --question.shares.at(name).unanswered;
+    ask_more(question, question.shares.at(name));
+}
+
+// Notes the names that have not answered the question, or in whose queue it still waits.
 void PropertyQuestions::note_silence(const Question &question)
 {
     std::set<std::string> silent = forget_queued(question);

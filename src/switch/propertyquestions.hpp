@@ -4,6 +4,10 @@
 // clandestinely, with the producers that could have one. A producer that has a state sends it as an
 // event before it answers the Subscribe call; the first event is the answer. When all producers
 // have answered without an event, or the deadline is over, there is none.
+//
+// Each bus name has a share in each question: a few of its properties are asked at a time, the next
+// when one of those has been answered, or sent without waiting for a reply. So properties that are
+// never answered keep nobody from hearing the state of a property of another name.
 #pragma once
 
 #include "switch/book.hpp"
@@ -28,8 +32,8 @@ public:
     PropertyQuestions(const PropertyQuestions &) = delete;
     PropertyQuestions &operator=(const PropertyQuestions &) = delete;
 
-    // Why the user may not ask now; nothing when it may.
-    std::optional<std::string> refusal_to_ask(guint32 uid) const;
+    // Why the user may not ask now, with an expression of so many bytes; nothing when it may.
+    std::optional<std::string> refusal_to_ask(guint32 uid, std::size_t bytes) const;
     // Takes the question over: the answer to the call comes later.
     void ask(sd_bus_message *call, guint32 uid, const subscribe_expression *expression);
 
@@ -44,9 +48,12 @@ public:
 private:
     struct Question;
     struct Asking;
+    struct Share;
+    // A property, of a bus name, that a question is about to ask.
     struct Unasked {
         guint32 token;
         guint32 global_id;
+        std::string name;
     };
     // A bus name that has not answered everything yet.
     struct Asked {
@@ -61,15 +68,18 @@ private:
     static int end_of_deadline(sd_event_source *, uint64_t, void *question);
     static int end_of_grace(sd_event_source *, uint64_t, void *question);
 
-    void ask_more(Question &question);
-    void ask_producer(Question &question, const Declaration &declaration);
-    bool may_wait_for_answer(guint32 uid, const std::string &name) const;
-    Asking &begin_asking(const Question &question, const std::string &name);
+    void ask_more(Question &question, Share &share);
+    bool ask_next(Question &question, Share &share);
+    void ask_producer(Question &question, const Unasked &next);
+    guint32 declarer_of(const Declaration &declaration) const;
+    bool may_wait_for_answer(guint32 asker, guint32 declarer, const std::string &name) const;
+    Asking &begin_asking(const Question &question, guint32 declarer, const std::string &name);
     void subscribe(const Unasked &next, Asking *asking);
     int send(sd_bus_message *call, Asking *asking);
     void end_asking(Asking &asking);
     void ask_queued(const std::string &name);
-    void count_answer(Question &question);
+    void count_answer(guint32 token, const std::string &name);
+    void count_unanswerable(guint32 token, const std::string &name);
     void forget_if_idle(const std::string &name);
     void note_silence(const Question &question);
     std::set<std::string> forget_queued(const Question &question);
@@ -85,7 +95,8 @@ private:
     std::unordered_map<guint32, std::unique_ptr<Question>> questions_; // by token
     std::list<Asking> askings_;                                        // Subscribe calls under way
     std::unordered_map<std::string, Asked> asked_;                     // by bus name
-    std::unordered_map<guint32, guint> askings_of_;                    // by user id of the asker
+    std::unordered_map<guint32, guint> askings_by_asker_;              // by user id
+    std::unordered_map<guint32, guint> askings_by_declarer_;           // likewise
     guint32 last_token_ = 0;
 };
 

@@ -5,6 +5,7 @@
 
 #include "rawpeer.hpp"
 #include "rawrecords.hpp"
+#include "strangeruser.hpp"
 
 #include "support/privatebus.hpp"
 #include "support/switchprocess.hpp"
@@ -177,10 +178,10 @@ TEST_F(QuestionTest, ManyQuestionsAtOnceAreAllAnswered)
         EXPECT_EQ(state_in(*answer), "on");
 }
 
-TEST_F(QuestionTest, SilentProducersDoNotKeepOthersFromAnswering)
+TEST_F(QuestionTest, SilentPropertiesDoNotKeepOthersFromAnswering)
 {
     RawPeer silent;
-    for (guint32 id = 1; id <= 20; ++id)
+    for (guint32 id = 1; id <= 200; ++id)
         declare_property(silent, "Power", id);
     stay_silent(silent);
     declare_property(producer, "Power");
@@ -192,7 +193,7 @@ TEST_F(QuestionTest, SilentProducersDoNotKeepOthersFromAnswering)
 // More than the bus lets the switch wait for, at so many names that none is asked often.
 TEST_F(QuestionTest, ManySilentProducersDoNotKeepOthersFromAnswering)
 {
-    std::list<RawPeer> silent(30);
+    std::list<RawPeer> silent(100);
     for (RawPeer &peer : silent) {
         declare_property(peer, "Power");
         stay_silent(peer);
@@ -201,6 +202,70 @@ TEST_F(QuestionTest, ManySilentProducersDoNotKeepOthersFromAnswering)
     answer_with(producer, "on");
     for (int i = 0; i < 10; ++i)
         EXPECT_EQ(state_in(ask()), "on");
+}
+
+// The silent ones are known as silent from the first question on, and are asked all the same.
+TEST_F(QuestionTest, EachPropertyOfASilentNameIsAsked)
+{
+    constexpr guint32 count = 100;
+    for (guint32 id = 1; id <= count; ++id)
+        declare_property(producer, "Power", id);
+    stay_silent(producer);
+    EXPECT_EQ(ask().text, "The producers did not answer in time");
+    producer.take();
+    EXPECT_EQ(ask().text, "The producers did not answer in time");
+    std::vector<std::string> told = producer.take_members();
+    for (guint32 id = 1; id <= count; ++id)
+        EXPECT_EQ(std::count(told.begin(), told.end(), "Subscribe(" + std::to_string(id) + ")"), 1);
+}
+
+// Another user's properties that nobody answers for, at one name or at many.
+class QuestionOfStrangersTest : public QuestionTest {
+protected:
+    void SetUp() override
+    {
+        if (getuid() != 0)
+            GTEST_SKIP() << "only root can be somebody else";
+    }
+    static void be_silent(std::list<RawPeer> &peers, const char *topic, guint32 count)
+    {
+        for (RawPeer &peer : peers) {
+            for (guint32 id = 1; id <= count; ++id)
+                declare_property(peer, topic, id);
+            stay_silent(peer);
+        }
+    }
+};
+
+TEST_F(QuestionOfStrangersTest, SilentPropertiesDoNotKeepOthersFromAnswering)
+{
+    std::list<RawPeer> silent;
+    StrangerProcess stranger(bus.address(), [&silent] {
+        silent.resize(20);
+        be_silent(silent, "Power", 20);
+    });
+    declare_property(producer, "Power");
+    answer_with(producer, "on");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(state_in(ask()), "on");
+}
+
+TEST_F(QuestionOfStrangersTest, SilentProducersLeaveOthersTheTimeToSayThatTheyHaveNoState)
+{
+    std::list<RawPeer> silent;
+    StrangerProcess stranger(bus.address(), [&silent] {
+        silent.resize(60);
+        be_silent(silent, "Silence", 1);
+    });
+    RawPeer another;
+    std::optional<Answer> unanswered;
+    another.call_later(unanswered, "Consumer.GetPropertyState",
+                       Octets{expression_bytes("Silence")});
+    ASSERT_TRUE(run_until([&] { return unanswered.has_value(); }));
+    EXPECT_EQ(unanswered->text, "The producers did not answer in time");
+
+    declare_property(producer, "Power");
+    EXPECT_EQ(ask().text, "The property has no state");
 }
 
 TEST_F(QuestionTest, AProducerWithManyPropertiesIsAskedForEach)
