@@ -183,6 +183,7 @@ struct CheckedInspectable {
     template <class Visit> void each(guint32 count, Visit visit)
     {
         bool is_expression = expected == IT_SUBSCRIBE_EXPRESSION;
+        checker.shape().internal = internal;
         if (count == 0 || (count > 1 && !is_expression))
             checker.fail("the number of and-lists is not what the type allows");
         for (guint32 i = 0; i < count && !checker.failed(); ++i)
@@ -275,9 +276,12 @@ void walk(Checker &checker, RecordKind kind, const guint8 *bytes)
     case RecordKind::Event:
         grammar::event(checker, CheckedEvent{checker});
         break;
-    case RecordKind::EventDeclaration:
-        grammar::event_declaration(checker, CheckedDeclaration{checker});
+    case RecordKind::EventDeclaration: {
+        CheckedDeclaration declaration{checker};
+        grammar::event_declaration(checker, declaration);
+        checker.shape().local_id = declaration.local_id;
         break;
+    }
     case RecordKind::SubscribeExpression:
         grammar::subscribe_expression(checker, CheckedExpression{checker});
         break;

@@ -34,6 +34,8 @@ struct RecordShape {
     guint32 key_wildcards = 0;
     guint32 tags = 0;       // of keys and of the object
     guint32 attributes = 0; // texts that are not empty: name spaces, nice names and the like
+    bool internal = false;
+    guint32 local_id = 0; // of a declaration
 };
 
 // Whether the bytes are one whole well-formed record of the kind, with nothing left over; nothing

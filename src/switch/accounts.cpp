@@ -22,7 +22,7 @@ constexpr Bound own_bounds[] = {
     {&Usage::peers, &Limits::peers, "objects that declare or subscribe"},
     {&Usage::declarations, &Limits::declarations, "declarations"},
     {&Usage::subscriptions, &Limits::subscriptions, "subscriptions"},
-    {&Usage::stored_bytes, &Limits::stored_bytes, "stored bytes"},
+    {&Usage::stored_bytes, &Limits::stored_bytes, "bytes of memory"},
     {&Usage::questions, &Limits::questions, "questions for a state"},
     {&Usage::key_names, &Limits::key_names, "new key names"},
     {&Usage::waiting_bytes, &Limits::stored_bytes, "bytes of calls that wait"},
@@ -103,10 +103,14 @@ Charge Accounts::charge(guint32 uid, const Usage &usage)
 std::optional<std::string> Accounts::add_key_names(guint32 uid,
                                                    const std::vector<std::string_view> &names)
 {
-    std::unordered_set<std::string> added;
+    auto is_known = [this](std::string_view name) {
+        const KeyName *known = KeyName::find(name);
+        return known && key_names_.contains(known);
+    };
+    std::unordered_set<std::string_view> added;
     for (std::string_view name : names)
-        if (std::string text(name); !key_names_.contains(text))
-            added.insert(std::move(text));
+        if (!is_known(name))
+            added.insert(name);
     if (added.empty())
         return std::nullopt;
     Usage more;
@@ -115,7 +119,8 @@ std::optional<std::string> Accounts::add_key_names(guint32 uid,
         return reason;
     account_of(uid)->own += more;
     all_->own += more;
-    key_names_.merge(added);
+    for (std::string_view name : added)
+        key_names_.insert(KeyName::intern(name));
     return std::nullopt;
 }
 

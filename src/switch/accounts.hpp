@@ -4,6 +4,7 @@
 // takes itself off its account when it goes.
 #pragma once
 
+#include "model/keyname.hpp"
 #include "switch/limits.hpp"
 
 #include <map>
@@ -77,8 +78,8 @@ public:
                                        const Usage &replaced = {}) const;
     Charge charge(guint32 uid, const Usage &usage);
 
-    // Counts the names that nobody has used before as the user's. Says so, and counts none, when
-    // they are too many.
+    // Interns the names that nobody has used before, and counts them as the user's. Says so, and
+    // does neither, when they are too many.
     std::optional<std::string> add_key_names(guint32 uid,
                                              const std::vector<std::string_view> &names);
 
@@ -93,7 +94,7 @@ private:
     UserLimits limits_;
     std::shared_ptr<Account> all_ = std::make_shared<Account>();
     std::map<guint32, std::shared_ptr<Account>> accounts_;
-    std::unordered_set<std::string> key_names_;
+    std::unordered_set<const KeyName *> key_names_;
 };
 
 } // namespace qandor

@@ -2,6 +2,8 @@
 
 #include "switch/book.hpp"
 
+#include "model/footprint.hpp"
+
 #include <qandor/serialize.h>
 
 #include <algorithm>
@@ -38,16 +40,32 @@ std::string take(GArray *bytes)
     return {bytes->data, bytes->len};
 }
 
-constexpr Usage one_peer{.peers = 1};
+// What the books keep for anything, beside its record and its texts.
+constexpr std::size_t own_record = 512;
 
-Usage usage_of_declaration(std::size_t bytes)
+std::size_t size_of(const PeerAddress &address)
 {
-    return {.declarations = 1, .stored_bytes = bytes, .declared_bytes = bytes};
+    return address.name.size() + address.object.size();
 }
 
-Usage usage_of_subscription(std::size_t bytes)
+// The address is in the peer, and the key under which it is found.
+Usage usage_of_peer(const Peer &peer)
 {
-    return {.subscriptions = 1, .stored_bytes = bytes};
+    return {.peers = 1, .stored_bytes = 2 * size_of(peer.address) + peer.title.size() + own_record};
+}
+
+Usage usage_of_declaration(const RecordCost &cost)
+{
+    return {.declarations = 1,
+            .stored_bytes = cost.memory + cost.bytes + own_record,
+            .declared_bytes = cost.bytes};
+}
+
+// The way to the consumer stands in the record and in its bytes.
+Usage usage_of_subscription(const RecordCost &cost, const PeerAddress &consumer)
+{
+    return {.subscriptions = 1,
+            .stored_bytes = cost.memory + cost.bytes + 2 * size_of(consumer) + own_record};
 }
 
 } // namespace
@@ -58,8 +76,8 @@ Book::Producer &Book::producer_at(const Peer &peer)
     if (known != producers_.end())
         return known->second;
     guint32 id = next_id(last_producer_id_, producer_ids_);
-    producer_ids_.emplace(id, peer.address);
-    Producer producer{peer, id, {}, accounts_.charge(peer.uid, one_peer)};
+    producer_ids_.insert(id);
+    Producer producer{peer, id, {}, accounts_.charge(peer.uid, usage_of_peer(peer))};
     return producers_.emplace(peer.address, std::move(producer)).first->second;
 }
 
@@ -68,7 +86,7 @@ Book::Consumer &Book::consumer_at(const Peer &peer)
     auto known = consumers_.find(peer.address);
     if (known != consumers_.end())
         return known->second;
-    Consumer consumer{peer, {}, accounts_.charge(peer.uid, one_peer)};
+    Consumer consumer{peer, {}, accounts_.charge(peer.uid, usage_of_peer(peer))};
     return consumers_.emplace(peer.address, std::move(consumer)).first->second;
 }
 
@@ -82,21 +100,21 @@ const Declaration *Book::find_declaration_of(const PeerAddress &address, guint32
 }
 
 std::optional<std::string> Book::refusal_to_declare(const Peer &peer, guint32 local_id,
-                                                    std::size_t bytes) const
+                                                    const RecordCost &cost) const
 {
-    Usage more = usage_of_declaration(bytes);
+    Usage more = usage_of_declaration(cost);
     if (!producers_.contains(peer.address))
-        more += one_peer;
+        more += usage_of_peer(peer);
     const Declaration *replaced = find_declaration_of(peer.address, local_id);
     return accounts_.refusal(peer.uid, more, replaced ? replaced->charge.usage() : Usage{});
 }
 
 std::optional<std::string> Book::refusal_to_subscribe(const Peer &peer, guint32 token,
-                                                      std::size_t bytes) const
+                                                      const RecordCost &cost) const
 {
-    Usage more = usage_of_subscription(bytes);
+    Usage more = usage_of_subscription(cost, peer.address);
     if (!consumers_.contains(peer.address))
-        more += one_peer;
+        more += usage_of_peer(peer);
     const Subscription *replaced = find_subscription(peer.address, token);
     return accounts_.refusal(peer.uid, more, replaced ? replaced->charge.usage() : Usage{});
 }
@@ -113,7 +131,8 @@ const Declaration &Book::declare(const Peer &peer, DeclarationOwner record)
     event_declaration_set_global_id(record.get(), global_id);
     event_declaration_set_producer_id(record.get(), producer.id);
     std::string bytes = take(event_declaration_serialize(record.get()));
-    Charge charge = accounts_.charge(peer.uid, usage_of_declaration(bytes.size()));
+    RecordCost cost{bytes.size(), memory_of(content_of(record))};
+    Charge charge = accounts_.charge(peer.uid, usage_of_declaration(cost));
     producer.global_ids[local_id] = global_id;
     Declaration declaration{
         global_id,         local_id,         producer.id,      producer.peer.address,
@@ -180,7 +199,8 @@ const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionO
     subscribe_expression_set_consumer_token(record.get(), token);
     consumer.subscription_ids[token] = id;
     std::string bytes = take(subscribe_expression_serialize(record.get()));
-    Charge charge = accounts_.charge(peer.uid, usage_of_subscription(bytes.size()));
+    RecordCost cost{bytes.size() - size_of(address), memory_of(content_of(record.get()))};
+    Charge charge = accounts_.charge(peer.uid, usage_of_subscription(cost, address));
     Subscription subscription{
         id, token, consumer.peer.address, std::move(record), std::move(bytes), std::move(charge)};
     subscription_index_.add(id, content_of(subscription.record.get()));

@@ -9,11 +9,13 @@
 #include "model/expressionindex.hpp"
 #include "switch/accounts.hpp"
 #include "switch/post.hpp"
+#include "switch/recordcost.hpp"
 #include "switch/records.hpp"
 
 #include <compare>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -85,12 +87,12 @@ public:
 
     Book(Post &post, Accounts &accounts) : post_(post), accounts_(accounts) {}
 
-    // Why a declaration, or a subscription, of so many bytes goes beyond what its peer's user may
-    // have; nothing when it may be filed.
+    // Why a declaration, or a subscription, whose record costs so much goes beyond what its peer's
+    // user may have; nothing when it may be filed.
     std::optional<std::string> refusal_to_declare(const Peer &peer, guint32 local_id,
-                                                  std::size_t bytes) const;
+                                                  const RecordCost &cost) const;
     std::optional<std::string> refusal_to_subscribe(const Peer &peer, guint32 token,
-                                                    std::size_t bytes) const;
+                                                    const RecordCost &cost) const;
 
     // Files a declaration, in the place of one with the same local id of the same peer. Its
     // producer and the subscribers it matches are told by announce().
@@ -140,7 +142,7 @@ private:
     Accounts &accounts_;
     std::map<PeerAddress, Producer> producers_;
     std::map<PeerAddress, Consumer> consumers_;
-    std::map<guint32, PeerAddress> producer_ids_;
+    std::set<guint32> producer_ids_;
     std::map<guint32, Declaration> declarations_;   // by global id
     std::map<guint32, Subscription> subscriptions_; // by id
     DeclarationIndex declaration_index_;

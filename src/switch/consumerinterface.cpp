@@ -8,12 +8,6 @@
 namespace qandor {
 namespace {
 
-// With the way to its consumer, which is filled in.
-std::size_t stored_bytes(Request &request, const PeerAddress &consumer)
-{
-    return request.record()->len + consumer.name.size() + consumer.object.size();
-}
-
 int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
@@ -23,8 +17,7 @@ int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
         return request.refusal();
     guint32 token = request.read_number();
     if (!request.read_record(RecordKind::SubscribeExpression) ||
-        !request.admit(
-            book.refusal_to_subscribe(peer, token, stored_bytes(request, peer.address))) ||
+        !request.admit(book.refusal_to_subscribe(peer, token, request.cost())) ||
         !request.admit_key_names())
         return request.refusal();
     ExpressionOwner record(subscribe_expression_deserialize(request.record()));

@@ -8,10 +8,10 @@
 namespace qandor {
 namespace {
 
-bool has_its_topic(event_declaration *declaration)
+// A key has a value in each declaration, though it may be open or empty.
+bool has_its_topic(const Request &request)
 {
-    return event_declaration_is_internal(declaration) ||
-           inspectable_get_value(event_declaration_get_inspectable(declaration), "topic0");
+    return request.shape().internal || request.has_key("topic0");
 }
 
 int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
@@ -19,18 +19,18 @@ int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
     Request request(call, userdata);
     Book &book = request.service().book;
     Peer peer;
-    if (!request.read_peer(peer) || !request.read_record(RecordKind::EventDeclaration) ||
-        !request.admit_key_names())
+    if (!request.read_peer(peer) || !request.read_record(RecordKind::EventDeclaration))
         return request.refusal();
-    DeclarationOwner record(event_declaration_deserialize(request.record()));
-    if (!has_its_topic(record.get())) {
+    if (!has_its_topic(request)) {
         request.refuse(SD_BUS_ERROR_INVALID_ARGS,
                        "An external declaration needs a value for 'topic0'");
         return request.refusal();
     }
-    guint32 local_id = event_declaration_get_local_id(record.get());
-    if (!request.admit(book.refusal_to_declare(peer, local_id, request.record()->len)))
+    guint32 local_id = request.shape().local_id;
+    if (!request.admit(book.refusal_to_declare(peer, local_id, request.cost())) ||
+        !request.admit_key_names())
         return request.refusal();
+    DeclarationOwner record(event_declaration_deserialize(request.record()));
     // First the answer: a declaration that is replaced has its subscribers told.
     int r = request.answer();
     book.announce(book.declare(peer, std::move(record)));

@@ -96,13 +96,21 @@ bool Request::read_record(RecordKind kind)
                       "A record may have " + std::to_string(limit) + " bytes");
     const auto *bytes = static_cast<const guint8 *>(data);
     key_names_.clear();
-    if (auto fault = check_record(kind, bytes, size, &key_names_))
+    shape_ = {};
+    if (auto fault = check_record(kind, bytes, size, &key_names_, &shape_))
         return refuse(SD_BUS_ERROR_INVALID_ARGS, "Malformed record at byte " +
                                                      std::to_string(fault->offset) + ": " +
                                                      fault->what);
+    if (!admit(bound_passed_by(shape_, key_names_)))
+        return false;
     record_.data = static_cast<gchar *>(const_cast<void *>(data));
     record_.len = static_cast<guint>(size);
     return true;
+}
+
+bool Request::has_key(std::string_view name) const
+{
+    return std::ranges::find(key_names_, name) != key_names_.end();
 }
 
 int Request::answer_later(std::function<std::string()> make_bytes)

@@ -3,7 +3,7 @@
 // A call to the switch while it is read: its arguments, its sender, and its answer.
 #pragma once
 
-#include "model/checker.hpp"
+#include "switch/recordcost.hpp"
 #include "switch/service.hpp"
 
 #include <systemd/sd-bus.h>
@@ -28,9 +28,10 @@ public:
     bool read_object(PeerAddress &address);
     // The same with the name that it gives itself, which comes next, and who is behind it.
     bool read_peer(Peer &peer);
-    // The bytes of one whole record of the kind. Refuses anything else, and too many.
+    // The bytes of one whole record of the kind. Refuses anything else, too many of them, and a
+    // record that exists only to cost.
     bool read_record(RecordKind kind);
-    // To be asked before the record is made: reading it keeps the names of its keys for ever.
+    // Asked last, and before the record is made: reading it keeps the names of its keys for ever.
     // Refuses when the sender's user has brought up too many new ones.
     bool admit_key_names();
     // The user and process behind the call. Refuses a sender that has left.
@@ -40,6 +41,10 @@ public:
 
     // The record that was read last, as a buffer; valid as long as the call.
     GArray *record() { return &record_; }
+    // What is known of it before it is made.
+    const RecordShape &shape() const { return shape_; }
+    RecordCost cost() const { return cost_of(shape_, record_.len); }
+    bool has_key(std::string_view name) const;
 
     int answer() { return sd_bus_reply_method_return(call_, nullptr); }
     // With bytes that are made when the bus takes the answer: they may be many.
@@ -55,6 +60,7 @@ private:
     Service &service_;
     GArray record_ = {};
     std::vector<std::string_view> key_names_;
+    RecordShape shape_;
     int refusal_ = 0;
 };
 

@@ -104,8 +104,8 @@ TEST_F(LimitsTest, ARecordOfTooManyBytesChangesNothing)
 
 TEST_F(LimitsTest, TheWayToAConsumerIsCountedBeforeItIsStored)
 {
-    reload("[limits]\nstored_bytes=1024\n");
-    const std::string path = "/" + std::string(2000, 'c');
+    reload("[limits]\nstored_bytes=16384\n");
+    const std::string path = "/" + std::string(8000, 'c');
     EXPECT_TRUE(becomes([&] { return subscribe(one, 1, path.c_str()).error == limits_exceeded; }));
     EXPECT_EQ(subscribe(one, 1).error, "");
 }
@@ -182,6 +182,29 @@ TEST_F(LimitsTest, AUsersOwnLimitsAreReadAgainToo)
     EXPECT_TRUE(becomes([&] { return declare(one, 4).error.empty(); }));
 }
 
+// What is refused for its content or its size does not use up names either.
+TEST_F(LimitsTest, ARefusedDeclarationUsesUpNoKeyNames)
+{
+    auto with_keys = [](const char *first, const char *second, guint32 local_id) {
+        Owned<event_declaration> declaration(event_declaration_new(FALSE));
+        event_declaration_add_key_value(declaration.get(), first, "value", VALUE_TYPE_STRING);
+        event_declaration_add_key(declaration.get(), second, VALUE_TYPE_STRING);
+        event_declaration_set_local_id(declaration.get(), local_id);
+        return Octets{take_bytes(event_declaration_serialize(declaration.get()))};
+    };
+    auto declare = [&](const Octets &bytes) {
+        return one.call("Producer.Declare", "/p", "name", bytes).error;
+    };
+    EXPECT_EQ(declare(with_keys("one", "two", 1)), "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_EQ(declare(with_keys("three", "four", 1)), "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_EQ(declare(with_keys("topic0", "five", 1)), "");
+    EXPECT_EQ(declare(with_keys("topic0", "five", 2)), "");
+    EXPECT_EQ(declare(with_keys("topic0", "six", 3)), limits_exceeded) << "a third declaration";
+    EXPECT_EQ(declare(with_keys("topic0", "seven", 2)), "");
+    EXPECT_EQ(declare(with_keys("topic0", "eight", 2)), "") << "the fourth name";
+    EXPECT_EQ(declare(with_keys("topic0", "nine", 2)), limits_exceeded);
+}
+
 TEST_F(LimitsTest, OneUsersFloodLeavesTheOthersServed)
 {
     if (getuid() != 0)
@@ -203,6 +226,116 @@ TEST_F(LimitsTest, OneUsersFloodLeavesTheOthersServed)
     });
     EXPECT_EQ(flooding, 0);
     EXPECT_EQ(declare(one, 1).error, "");
+}
+
+// Expressions and declarations of a shape that nobody needs.
+class ShapeTest : public testing::Test {
+protected:
+    static Octets expression_with_alternatives(unsigned count, bool empty)
+    {
+        Owned<subscribe_expression> expression(subscribe_expression_new());
+        for (unsigned i = 0; i < count; ++i) {
+            if (i > 0)
+                subscribe_expression_or(expression.get());
+            if (!empty)
+                subscribe_expression_add_key_not_value(expression.get(), "state", "");
+        }
+        return Octets{take_bytes(subscribe_expression_serialize(expression.get()))};
+    }
+    static Octets declaration_with_tags(unsigned count)
+    {
+        Owned<event_declaration> declaration(event_declaration_new(FALSE));
+        event_declaration_add_key_value(declaration.get(), "topic0", "Power", VALUE_TYPE_STRING);
+        for (unsigned i = 0; i < count; ++i)
+            inspectable_add_tag(event_declaration_get_inspectable(declaration.get()), "");
+        return Octets{take_bytes(event_declaration_serialize(declaration.get()))};
+    }
+    static Octets declaration_with_name(std::size_t length)
+    {
+        Owned<event_declaration> declaration(event_declaration_new(TRUE));
+        event_declaration_add_key(declaration.get(), std::string(length, 'k').c_str(),
+                                  VALUE_TYPE_STRING);
+        return Octets{take_bytes(event_declaration_serialize(declaration.get()))};
+    }
+    void expect_refused(const Answer &answer, const char *reason)
+    {
+        EXPECT_EQ(answer.error, limits_exceeded);
+        EXPECT_EQ(answer.text, reason);
+        EXPECT_EQ(peer.call("Query.GetAllDeclarations").bytes, std::string(4, '\0'));
+    }
+
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+};
+
+TEST_F(ShapeTest, OneEmptyAlternativeIsAllThatOneMaySay)
+{
+    EXPECT_EQ(peer.call("Consumer.Subscribe", "/c", "name", guint32(1),
+                        expression_with_alternatives(1, true))
+                  .error,
+              "");
+    const char *reason = "A record may have 1 alternative without a condition";
+    for (unsigned count : {2u, 52000u}) {
+        Octets expression = expression_with_alternatives(count, true);
+        if (count <= 1024)
+            expect_refused(peer.call("Consumer.Subscribe", "/c", "name", guint32(2), expression),
+                           reason);
+        EXPECT_EQ(peer.call("Consumer.GetPropertyState", expression).error, limits_exceeded);
+    }
+}
+
+TEST_F(ShapeTest, ManyAlternativesAreRefused)
+{
+    EXPECT_EQ(peer.call("Consumer.Subscribe", "/c", "name", guint32(1),
+                        expression_with_alternatives(1024, false))
+                  .error,
+              "");
+    expect_refused(peer.call("Consumer.Subscribe", "/c", "name", guint32(1),
+                             expression_with_alternatives(1025, false)),
+                   "A record may have 1024 alternatives");
+}
+
+TEST_F(ShapeTest, ManyTagsAreRefused)
+{
+    expect_refused(peer.call("Producer.Declare", "/p", "name", declaration_with_tags(1025)),
+                   "A record may have 1024 tags");
+    expect_refused(peer.call("Producer.AddDeclaration", "type", declaration_with_tags(65000)),
+                   "A record may have 1024 tags");
+    EXPECT_TRUE(std::filesystem::is_empty(event_switch.writable_types()));
+    EXPECT_EQ(peer.call("Producer.Declare", "/p", "name", declaration_with_tags(1024)).error, "");
+}
+
+TEST_F(ShapeTest, LongNamesOfKeysAreRefused)
+{
+    expect_refused(peer.call("Producer.Declare", "/p", "name", declaration_with_name(256)),
+                   "The name of a key may have 255 bytes");
+    EXPECT_EQ(peer.call("Producer.Declare", "/p", "name", declaration_with_name(255)).error, "");
+}
+
+// An event that would answer a question is held to the same.
+TEST_F(ShapeTest, AnEventOfThatShapeIsNoAnswer)
+{
+    RawPeer asker;
+    Octets property{declaration_bytes("Power", 1, true)};
+    EXPECT_EQ(peer.call("Producer.Declare", "/p", "name", property).error, "");
+    std::optional<Answer> event_answer, answer;
+    peer.on_call = [&](const Received &received) {
+        if (received.member != "Subscribe")
+            return true;
+        Owned<event> event(event_deserialize(array_from(event_bytes("Power", "on")).get()));
+        for (int i = 0; i < 1025; ++i)
+            inspectable_add_tag(event_get_inspectable(event.get()), "");
+        Owned<subscribe_expression> expression(
+            subscribe_expression_deserialize(array_from(received.bytes).get()));
+        peer.event_later(event_answer, take_bytes(event_serialize(event.get())),
+                         subscribe_expression_get_consumer_token(expression.get()));
+        return true;
+    };
+    asker.call_later(answer, "Consumer.GetPropertyState", Octets{expression_bytes("Power")});
+    ASSERT_TRUE(run_until([&] { return event_answer.has_value() && answer.has_value(); }));
+    EXPECT_EQ(event_answer->error, limits_exceeded);
+    EXPECT_EQ(answer->text, "The property has no state");
 }
 
 TEST(Configuration, AWrongFileIsToldAndNothingIsServed)

@@ -134,8 +134,13 @@ TEST_F(MonitorTest, NamesThatPeersGiveThemselvesAreListedUpToALength)
 }
 
 // One that is not has the bus throw the switch out.
-TEST_F(MonitorTest, AListIsNoLongerThanTheBusTakes)
+TEST(Monitor, AListIsNoLongerThanTheBusTakes)
 {
+    TemporaryFolder folder;
+    PrivateBus bus;
+    SwitchProcess event_switch(
+        {"--config=" + folder.write("conf", "[limits]\nstored_bytes=268435456\n")});
+    RawPeer onlooker;
     constexpr std::size_t count = 500;
     const std::string path = "/" + std::string(65500, 'a');
     for (std::size_t i = 0; i < count; ++i)

@@ -23,7 +23,7 @@ TEST(Accounts, ALimitMayBeReachedAndNotPassed)
     limits.stored_bytes = 100;
     Accounts accounts({limits, {}});
     EXPECT_EQ(accounts.refusal(1, bytes(100)), std::nullopt);
-    EXPECT_EQ(accounts.refusal(1, bytes(101)), "A user may have 100 stored bytes");
+    EXPECT_EQ(accounts.refusal(1, bytes(101)), "A user may have 100 bytes of memory");
     Charge charge = accounts.charge(1, bytes(60));
     EXPECT_EQ(accounts.refusal(1, bytes(40)), std::nullopt);
     EXPECT_NE(accounts.refusal(1, bytes(41)), std::nullopt);

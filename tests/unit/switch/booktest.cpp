@@ -4,6 +4,8 @@
 
 #include "switch/book.hpp"
 
+#include "model/footprint.hpp"
+
 #include <qandor/serialize.h>
 
 #include <gmock/gmock.h>
@@ -289,15 +291,21 @@ TEST_F(BookTest, WhatIsKeptIsChargedToItsUserAndGivenBack)
     limits.declarations = 1;
     limits.peers = 1;
     accounts.set_limits({limits, {}});
-    EXPECT_EQ(book.refusal_to_declare(peer, 1, 100), std::nullopt);
-    std::size_t size = book.declare(peer, new_declaration("Device", 1)).bytes.size();
+    EXPECT_EQ(book.refusal_to_declare(peer, 1, {100, 1000}), std::nullopt);
+    const Declaration &declared = book.declare(peer, new_declaration("Device", 1));
+    std::size_t size = declared.bytes.size();
+    EXPECT_GT(accounts.usages()[1000].stored_bytes,
+              size + memory_of(*event_declaration_get_inspectable(declared.record.get())));
     EXPECT_EQ(accounts.usages()[1000].declarations, 1u);
     EXPECT_EQ(accounts.usages()[1000].peers, 1u);
     EXPECT_EQ(accounts.total().declared_bytes, size);
-    EXPECT_EQ(book.refusal_to_declare(peer, 2, 100), "A user may have 1 declarations");
-    EXPECT_EQ(book.refusal_to_declare(peer, 1, 100), std::nullopt) << "it replaces the old one";
-    EXPECT_NE(book.refusal_to_subscribe(Peer({":1.1", "/other"}, 1000), 1, 100), std::nullopt);
-    EXPECT_EQ(book.refusal_to_subscribe(Peer({":1.2", "/other"}, 1001), 1, 100), std::nullopt);
+    EXPECT_EQ(book.refusal_to_declare(peer, 2, {100, 1000}), "A user may have 1 declarations");
+    EXPECT_EQ(book.refusal_to_declare(peer, 1, {100, 1000}), std::nullopt)
+        << "it replaces the old one";
+    EXPECT_NE(book.refusal_to_subscribe(Peer({":1.1", "/other"}, 1000), 1, {100, 1000}),
+              std::nullopt);
+    EXPECT_EQ(book.refusal_to_subscribe(Peer({":1.2", "/other"}, 1001), 1, {100, 1000}),
+              std::nullopt);
 
     book.forget_peer(producer.name);
     EXPECT_EQ(accounts.usages()[1000].declarations, 0u);
@@ -306,16 +314,22 @@ TEST_F(BookTest, WhatIsKeptIsChargedToItsUserAndGivenBack)
     EXPECT_EQ(accounts.total().declared_bytes, 0u);
 }
 
-TEST_F(BookTest, ASubscriptionIsChargedWithTheWayToItsConsumer)
+TEST_F(BookTest, ASubscriptionIsChargedWithItsMemoryAndTheWayToItsConsumer)
 {
     const Peer peer(consumer, 1000);
     const Subscription &subscription = book.subscribe(peer, 5, new_expression("Device"));
-    EXPECT_EQ(accounts.usages()[1000].stored_bytes, subscription.bytes.size());
+    std::size_t memory =
+        memory_of(*subscribe_expression_get_inspectable(subscription.record.get()));
+    guint64 charged = accounts.usages()[1000].stored_bytes;
+    EXPECT_GT(charged, memory + subscription.bytes.size() + consumer.object.size());
     EXPECT_EQ(accounts.usages()[1000].subscriptions, 1u);
     book.unsubscribe(consumer, 5);
-    EXPECT_EQ(accounts.usages()[1000].stored_bytes, 0u);
+    guint64 of_peer = accounts.usages()[1000].stored_bytes;
+    EXPECT_GT(charged - of_peer, memory + subscription.bytes.size());
+    EXPECT_GE(of_peer, 2 * (consumer.name.size() + consumer.object.size()));
     EXPECT_EQ(accounts.usages()[1000].peers, 1u);
     book.disconnect_consumer(consumer);
+    EXPECT_EQ(accounts.usages()[1000].stored_bytes, 0u);
     EXPECT_EQ(accounts.usages()[1000].peers, 0u);
 }
 
