@@ -16,7 +16,7 @@ struct Limits {
     guint64 declarations = 4096;
     guint64 subscriptions = 4096;
     // Of memory for declarations and subscriptions; and as many for calls that wait.
-    guint64 stored_bytes = 16 << 20;
+    guint64 stored_bytes = 32 << 20;
     guint64 questions = 64;                // for a property's state, under way
     guint64 key_names = 16384;             // that nobody had used before: they are never given back
     guint64 total_stored_bytes = 24 << 20; // of all users' declarations, serialized

@@ -101,6 +101,8 @@ int Service::serve()
         r = turns.begin(sd_bus_get_event(bus));
     if (r >= 0)
         r = monitor.serve();
+    if (r >= 0)
+        r = memory_return.begin(sd_bus_get_event(bus));
     return r < 0 ? r : sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
 }
 

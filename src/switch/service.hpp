@@ -7,6 +7,7 @@
 #include "switch/book.hpp"
 #include "switch/buspost.hpp"
 #include "switch/configuration.hpp"
+#include "switch/memoryreturn.hpp"
 #include "switch/monitor.hpp"
 #include "switch/outbox.hpp"
 #include "switch/propertyquestions.hpp"
@@ -23,7 +24,9 @@ public:
     Service(sd_bus *bus, const Configuration &configuration)
         : bus(bus), accounts(configuration.limits), outbox(bus), turns(outbox, accounts),
           post(bus, outbox), book(post, accounts), questions(bus, outbox, post, book, accounts),
-          folders(configuration.types_read_only, configuration.types_writable), monitor(*this)
+          folders(configuration.types_read_only, configuration.types_writable), monitor(*this),
+          memory_return(
+              [this] { return accounts.total().stored_bytes + accounts.total().waiting_bytes; })
     {
     }
     Service(const Service &) = delete;
@@ -50,6 +53,7 @@ public:
     PropertyQuestions questions;
     TypeFolders folders;
     Monitor monitor;
+    MemoryReturn memory_return;
 };
 
 // A method of the service as sd-bus calls it, in turn.

@@ -356,8 +356,8 @@ TEST_F(BookkeepingTest, RecordsAndDeclarationsAreBounded)
     }
     EXPECT_EQ(error, limits_exceeded);
     // Each is kept as a record and as its bytes; what would not fit for sure is refused already.
-    EXPECT_LE(stored, (16u << 20) / (2 * 240000));
-    EXPECT_GE(stored, (16u << 20) / (2 * 240000) - 2);
+    EXPECT_LE(stored, (32u << 20) / (2 * 240000));
+    EXPECT_GE(stored, (32u << 20) / (2 * 240000) - 2);
     EXPECT_EQ(declaration_count(), stored);
     event_declaration_add_key_value(large.get(), "key", text.c_str(), VALUE_TYPE_STRING);
     producer.call("Producer.Disconnect", "/p");

@@ -54,7 +54,7 @@ TEST_F(ConfigurationTest, AnEmptyFileChangesNothing)
     EXPECT_EQ(usual.limits.common.peers, 512u);
     EXPECT_EQ(usual.limits.common.declarations, 4096u);
     EXPECT_EQ(usual.limits.common.subscriptions, 4096u);
-    EXPECT_EQ(usual.limits.common.stored_bytes, 16777216u);
+    EXPECT_EQ(usual.limits.common.stored_bytes, 33554432u);
     EXPECT_EQ(usual.limits.common.questions, 64u);
     EXPECT_EQ(usual.limits.common.key_names, 16384u);
     EXPECT_EQ(usual.limits.common.total_stored_bytes, 25165824u);
@@ -133,7 +133,7 @@ TEST_F(ConfigurationTest, AUserHasLimitsOfItsOwnAndTheCommonOnesElse)
     EXPECT_EQ(limits.of(4294967294).stored_bytes, 2048u);
     EXPECT_EQ(limits.of(4294967294).peers, 5u);
     EXPECT_EQ(limits.of(1).peers, 5u);
-    EXPECT_EQ(limits.of(1).stored_bytes, 16777216u);
+    EXPECT_EQ(limits.of(1).stored_bytes, 33554432u);
 }
 
 TEST_F(ConfigurationTest, AWrongUserOrAWrongLimitOfAUserIsSaid)
