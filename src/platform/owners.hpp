@@ -41,6 +41,11 @@ public:
     ~Descriptor() { close(); }
 
     int get() const { return number_; }
+    void reset(int number)
+    {
+        close();
+        number_ = number;
+    }
     // Whether all that was written has arrived.
     bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
 

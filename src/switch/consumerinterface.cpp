@@ -5,6 +5,8 @@
 #include "switch/request.hpp"
 #include "switch/service.hpp"
 
+#include <memory>
+
 namespace qandor {
 namespace {
 
@@ -83,10 +85,25 @@ int get_all_declarations(sd_bus_message *call, void *userdata, sd_bus_error *)
         [&book = request.service().book] { return book.list_declarations(); });
 }
 
+int answer_with_types(sd_bus_message *call, Service &service)
+{
+    Request request(call, &service);
+    return request.answer_later([&folders = service.folders] { return folders.list(); });
+}
+
+// A user who has just changed types sees what has come of it.
 int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    return request.answer_later([&folders = request.service().folders] { return folders.list(); });
+    Service &service = request.service();
+    Sender sender{};
+    if (!request.find_sender(sender) || !service.type_changes.holds(sender.uid))
+        return answer_with_types(call, service);
+    std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), sd_bus_message_unref);
+    service.type_changes.add(
+        sender.uid, {}, [] { return TypeResult::Done; },
+        [kept, &service](TypeResult) { answer_with_types(kept.get(), service); });
+    return 1;
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include "switch/request.hpp"
 #include "switch/service.hpp"
 
+#include <memory>
+
 namespace qandor {
 namespace {
 
@@ -73,6 +75,13 @@ int answer_type_result(Request &request, TypeResult result)
     case TypeResult::Unreadable:
         request.refuse(SD_BUS_ERROR_INVALID_ARGS, "The declaration is too large as XML");
         break;
+    case TypeResult::Different:
+        request.refuse(SD_BUS_ERROR_INVALID_ARGS,
+                       "The declaration has something that XML cannot say");
+        break;
+    case TypeResult::TooMany:
+        request.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "The list of all types would be too long");
+        break;
     case TypeResult::Exists:
         request.refuse(SD_BUS_ERROR_FILE_EXISTS, "The type is part of the system");
         break;
@@ -91,24 +100,50 @@ int answer_type_result(Request &request, TypeResult result)
 
 constexpr const char *change_types = "add and remove types";
 
+// Answered when the folder has been changed. Meanwhile the call is kept, with all that points into
+// it.
+int change_types_later(Request &request, guint32 uid, std::size_t bytes, TypeChanges::Begin begin)
+{
+    constexpr std::size_t overhead = 2048;
+    Accounts &accounts = request.service().accounts;
+    Usage waiting{.waiting_bytes = bytes + overhead};
+    if (!request.admit(accounts.refusal(uid, waiting)))
+        return request.refusal();
+    std::shared_ptr<sd_bus_message> call(sd_bus_message_ref(request.call()), sd_bus_message_unref);
+    request.service().type_changes.add(uid, accounts.charge(uid, waiting), std::move(begin),
+                                       [call, &service = request.service()](TypeResult result) {
+                                           Request answering(call.get(), &service);
+                                           answer_type_result(answering, result);
+                                       });
+    return 1;
+}
+
 int add_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    if (!request.check_sender_is_trusted(change_types))
+    Sender sender{};
+    if (!request.check_sender_is_trusted(change_types) || !request.find_sender(sender))
         return request.refusal();
     std::string type = request.read_text();
     if (!request.read_record(RecordKind::EventDeclaration))
         return request.refusal();
-    DeclarationOwner record(event_declaration_deserialize(request.record()));
-    return answer_type_result(request, request.service().folders.add(type, record.get()));
+    auto begin = [type, bytes = *request.record(), &folders = request.service().folders]() mutable {
+        DeclarationOwner record(event_declaration_deserialize(&bytes));
+        return folders.add(type, record.get());
+    };
+    return change_types_later(request, sender.uid, request.record()->len, std::move(begin));
 }
 
 int remove_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    if (!request.check_sender_is_trusted(change_types))
+    Sender sender{};
+    if (!request.check_sender_is_trusted(change_types) || !request.find_sender(sender))
         return request.refusal();
-    return answer_type_result(request, request.service().folders.remove(request.read_text()));
+    auto begin = [type = std::string(request.read_text()), &folders = request.service().folders] {
+        return folders.remove(type);
+    };
+    return change_types_later(request, sender.uid, 0, std::move(begin));
 }
 
 } // namespace

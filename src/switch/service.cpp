@@ -96,7 +96,9 @@ int Service::serve()
             return r;
     }
     folders.watch(sd_bus_get_event(bus));
-    int r = outbox.watch(sd_bus_get_event(bus));
+    int r = type_changes.begin(sd_bus_get_event(bus));
+    if (r >= 0)
+        r = outbox.watch(sd_bus_get_event(bus));
     if (r >= 0)
         r = turns.begin(sd_bus_get_event(bus));
     if (r >= 0)

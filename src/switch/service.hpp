@@ -13,6 +13,7 @@
 #include "switch/propertyquestions.hpp"
 #include "switch/senders.hpp"
 #include "switch/turns.hpp"
+#include "switch/typechanges.hpp"
 #include "switch/typefolders.hpp"
 
 #include <systemd/sd-bus.h>
@@ -24,9 +25,10 @@ public:
     Service(sd_bus *bus, const Configuration &configuration)
         : bus(bus), accounts(configuration.limits), outbox(bus), turns(outbox, accounts),
           post(bus, outbox), book(post, accounts), questions(bus, outbox, post, book, accounts),
-          folders(configuration.types_read_only, configuration.types_writable), monitor(*this),
-          memory_return(
-              [this] { return accounts.total().stored_bytes + accounts.total().waiting_bytes; })
+          folders(configuration.types_read_only, configuration.types_writable),
+          type_changes(folders), monitor(*this), memory_return([this] {
+              return accounts.total().stored_bytes + accounts.total().waiting_bytes;
+          })
     {
     }
     Service(const Service &) = delete;
@@ -52,6 +54,7 @@ public:
     Book book;
     PropertyQuestions questions;
     TypeFolders folders;
+    TypeChanges type_changes;
     Monitor monitor;
     MemoryReturn memory_return;
 };

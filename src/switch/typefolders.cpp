@@ -5,7 +5,8 @@
 #include "model/checker.hpp"
 #include "switch/log.hpp"
 
-#include <fcntl.h>
+#include <qandor/serialize.h>
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,48 +43,10 @@ bool exists(const std::string &path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-bool write_all(int file, std::string_view text)
-{
-    while (!text.empty()) {
-        ssize_t written = write(file, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return false;
-        if (written > 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-bool sync_folder(const std::string &folder)
-{
-    Descriptor file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return file.get() >= 0 && fsync(file.get()) == 0;
-}
-
-// A file that is not finished has a name that is no type's, so that nobody reads it.
-bool replace_file(const std::string &folder, const std::string &path, std::string_view text)
-{
-    std::string unfinished = folder + "/.new-XXXXXX";
-    Descriptor file(mkostemp(unfinished.data(), O_CLOEXEC));
-    if (file.get() < 0)
-        return false;
-    bool written = write_all(file.get(), text) && fchmod(file.get(), 0644) == 0 &&
-                   fsync(file.get()) == 0 && file.close() &&
-                   rename(unfinished.c_str(), path.c_str()) == 0;
-    if (!written) {
-        int reason = errno;
-        unlink(unfinished.c_str());
-        errno = reason;
-        return false;
-    }
-    return sync_folder(folder);
-}
-
 // The record of a file's declaration; empty when the file holds none. Also refuses what XML can say
 // and a record cannot, such as a text that is too long.
-std::string read_declaration(const std::string &path)
+std::string checked_bytes(const DeclarationOwner &declaration)
 {
-    DeclarationOwner declaration(event_declaration_deserialize_xml_file(path.c_str()));
     if (!declaration)
         return {};
     ArrayOwner bytes(event_declaration_serialize(declaration.get()));
@@ -93,11 +56,18 @@ std::string read_declaration(const std::string &path)
     return {bytes->data, bytes->len};
 }
 
-// Escaped text grows, and a document that is too large is not read.
-bool is_readable(const char *xml)
+// What XML says of a declaration: ids are given anew by whoever declares it.
+bool are_same(const event_declaration *one, const event_declaration *other)
 {
-    DeclarationOwner declaration(event_declaration_deserialize_xml(xml));
-    return declaration != nullptr;
+    auto content_of = [](const event_declaration *declaration) {
+        ArrayOwner bytes(serialize_create_array());
+        // The getter is for those who change things, too.
+        auto *changeable = const_cast<event_declaration *>(declaration);
+        inspectable_serialize_internal(event_declaration_get_inspectable(changeable), bytes.get());
+        return std::string(bytes->data, bytes->len);
+    };
+    return event_declaration_is_property(one) == event_declaration_is_property(other) &&
+           content_of(one) == content_of(other);
 }
 
 // A link may lead anywhere, and whoever may write into the folder need not be able to read there.
@@ -112,12 +82,6 @@ bool leads_out(const std::string &path, const struct stat &status)
     return error || target.parent_path() != folder;
 }
 
-TypeResult failed(const char *what, const std::string &path)
-{
-    log_line(LogLevel::Warning, "cannot %s %s: %s", what, path.c_str(), std::strerror(errno));
-    return TypeResult::Failed;
-}
-
 } // namespace
 
 void TypeFolders::watch(sd_event *event)
@@ -125,33 +89,56 @@ void TypeFolders::watch(sd_event *event)
     watch_ = std::make_unique<FolderWatch>(event, std::vector<std::string>{read_only_, writable_});
 }
 
-TypeResult TypeFolders::add(const std::string &type, const event_declaration *declaration)
+TypeStep TypeFolders::add(const std::string &type, const event_declaration *declaration)
 {
     if (!is_type_name(type))
         return TypeResult::BadName;
     if (exists(path_of(read_only_, type)))
         return TypeResult::Exists;
-    if (watch_)
-        watch_->forget();
-    std::string path = path_of(writable_, type);
     TextOwner xml(event_declaration_serialize_xml(declaration));
-    if (!is_readable(xml.get()))
+    // Escaped text grows, and a document that is too large is not read.
+    DeclarationOwner read(event_declaration_deserialize_xml(xml.get()));
+    std::string bytes = checked_bytes(read);
+    if (bytes.empty())
         return TypeResult::Unreadable;
-    return replace_file(writable_, path, xml.get()) ? TypeResult::Done : failed("write", path);
+    if (!are_same(declaration, read.get()))
+        return TypeResult::Different;
+    std::string path = path_of(writable_, type);
+    if (!has_room(path, bytes.size()))
+        return TypeResult::TooMany;
+    return FileChange{writable_, std::move(path), xml.get()};
 }
 
-TypeResult TypeFolders::remove(const std::string &type)
+TypeStep TypeFolders::remove(const std::string &type)
 {
     if (!is_type_name(type))
         return TypeResult::BadName;
     if (exists(path_of(read_only_, type)))
         return TypeResult::ReadOnly;
+    return FileChange{writable_, path_of(writable_, type), std::nullopt};
+}
+
+TypeResult TypeFolders::result_of(const FileChange &change, int error)
+{
     if (watch_)
         watch_->forget();
-    std::string path = path_of(writable_, type);
-    if (unlink(path.c_str()) == 0)
-        return sync_folder(writable_) ? TypeResult::Done : failed("sync", writable_);
-    return errno == ENOENT ? TypeResult::NotFound : failed("remove", path);
+    if (error == 0)
+        return TypeResult::Done;
+    if (error == ENOENT && !change.content)
+        return TypeResult::NotFound;
+    log_line(LogLevel::Warning, "cannot %s %s: %s", change.content ? "write" : "remove",
+             change.path.c_str(), std::strerror(error));
+    return TypeResult::Failed;
+}
+
+// Whether the list may grow by a type of so many bytes, in the place of what its file has now.
+bool TypeFolders::has_room(const std::string &path, std::size_t bytes)
+{
+    std::size_t size = list().size();
+    auto replaced = known_.find(path);
+    if (replaced != known_.end() && replaced->second.is_listed)
+        size -= replaced->second.bytes.size();
+    return size + bytes <= most_bytes_;
 }
 
 // The file of each type, by name.
@@ -173,7 +160,7 @@ std::map<std::string, std::string> TypeFolders::find_files() const
     return files;
 }
 
-const std::string &TypeFolders::read(const std::string &path)
+TypeFolders::Known &TypeFolders::read(const std::string &path)
 {
     struct stat link = {}, status = {};
     lstat(path.c_str(), &link);
@@ -183,17 +170,28 @@ const std::string &TypeFolders::read(const std::string &path)
     bool is_same = !is_new && known.number == status.st_ino && known.size == status.st_size &&
                    known.changed.tv_sec == status.st_mtim.tv_sec &&
                    known.changed.tv_nsec == status.st_mtim.tv_nsec;
-    if (is_same) {
-        known.reading = reading_;
-        return known.bytes;
-    }
+    known.reading = reading_;
+    if (is_same)
+        return known;
 
     known = {status.st_mtim, status.st_size, status.st_ino, {}, reading_};
     if (S_ISREG(status.st_mode) && !leads_out(path, link)) // a pipe would be waited for
-        known.bytes = read_declaration(path);
+        known.bytes =
+            checked_bytes(DeclarationOwner(event_declaration_deserialize_xml_file(path.c_str())));
     if (known.bytes.empty())
-        log_line(LogLevel::Warning, "%s is no event declaration and is left out", path.c_str());
-    return known.bytes;
+        log_line(LogLevel::Warning, "%s is not an event declaration and is left out", path.c_str());
+    return known;
+}
+
+void TypeFolders::append(const std::string &path, Known &known)
+{
+    bool fits = list_.size() + known.bytes.size() <= most_bytes_;
+    if (fits)
+        list_ += known.bytes;
+    else if (known.is_listed)
+        log_line(LogLevel::Warning, "%s is left out: the list of the types would be too long",
+                 path.c_str());
+    known.is_listed = fits;
 }
 
 const std::string &TypeFolders::list()
@@ -206,9 +204,9 @@ const std::string &TypeFolders::list()
     guint32 count = 0;
     list_.assign(sizeof count, '\0');
     for (const auto &[type, path] : find_files()) {
-        const std::string &bytes = read(path);
-        list_ += bytes;
-        count += !bytes.empty();
+        Known &known = read(path);
+        append(path, known);
+        count += known.is_listed && !known.bytes.empty();
     }
     count = GUINT32_TO_LE(count);
     std::memcpy(list_.data(), &count, sizeof count);

@@ -24,10 +24,11 @@ protected:
         return peer.call("Producer.AddDeclaration", type, Octets{declaration_bytes(topic, 0)})
             .error;
     }
-    std::vector<std::string> topics()
+    std::vector<std::string> topics() { return topics_in(peer.call("Query.GetDeclarationTypes")); }
+    static std::vector<std::string> topics_in(const Answer &answer)
     {
         std::vector<std::string> topics;
-        for (const auto &declaration : read_list(peer.call("Query.GetDeclarationTypes").bytes))
+        for (const auto &declaration : read_list(answer.bytes))
             topics.emplace_back(inspectable_get_value(
                 event_declaration_get_inspectable(declaration.get()), "topic0"));
         return topics;
@@ -66,6 +67,52 @@ TEST_F(TypesTest, WhatCannotBeDoneIsRefusedWithItsOwnError)
                   "org.freedesktop.DBus.Error.InvalidArgs");
     }
     EXPECT_EQ(topics(), Topics{"system"});
+}
+
+TEST_F(TypesTest, WhatXmlCannotSayIsRefused)
+{
+    EXPECT_EQ(add(peer, "type", "A\x01"), "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_EQ(topics(), Topics{});
+}
+
+// Calls that do not wait for one another are done in their order.
+TEST_F(TypesTest, ChangesThatComeTogetherAreDoneInTheirOrder)
+{
+    constexpr std::size_t count = 30;
+    std::vector<std::optional<Answer>> added(count);
+    std::optional<Answer> removed, first, second;
+    for (std::size_t i = 0; i < count; ++i)
+        peer.call_later(added[i], "Producer.AddDeclaration", std::string("type"),
+                        Octets{declaration_bytes(std::to_string(i).c_str(), 0)});
+    peer.call_later(first, "Query.GetDeclarationTypes");
+    peer.call_later(removed, "Producer.RemoveDeclaration", "type");
+    peer.call_later(second, "Query.GetDeclarationTypes");
+    ASSERT_TRUE(run_until([&] { return second.has_value(); }));
+    for (const auto &answer : added)
+        EXPECT_TRUE(answer && answer->error.empty());
+    EXPECT_TRUE(removed && removed->error.empty());
+    ASSERT_TRUE(first.has_value());
+    EXPECT_EQ(topics_in(*first), Topics{std::to_string(count - 1)});
+    EXPECT_EQ(topics_in(*second), Topics{});
+}
+
+// One that is longer has the bus throw the switch out, again and again.
+TEST_F(TypesTest, TheListIsNoLongerThanTheBusTakes)
+{
+    Owned<event_declaration> large(event_declaration_new(FALSE));
+    std::string text(60000, 'a');
+    event_declaration_add_key_value(large.get(), "topic0", "large", VALUE_TYPE_STRING);
+    for (const char *key : {"a", "b", "c", "d"})
+        event_declaration_add_key_value(large.get(), key, text.c_str(), VALUE_TYPE_STRING);
+    Owned<gchar> xml(event_declaration_serialize_xml(large.get()));
+    for (int i = 0; i < 150; ++i)
+        std::ofstream(event_switch.read_only_types() / (std::to_string(i) + ".xml")) << xml.get();
+    Octets bytes{take_bytes(event_declaration_serialize(large.get()))};
+    EXPECT_EQ(topics().size(), (28u << 20) / bytes.bytes.size());
+    Answer refused = peer.call("Producer.AddDeclaration", "another", bytes);
+    EXPECT_EQ(refused.error, "org.freedesktop.DBus.Error.LimitsExceeded");
+    EXPECT_EQ(refused.text, "The list of all types would be too long");
+    EXPECT_TRUE(std::filesystem::is_empty(event_switch.writable_types()));
 }
 
 // Another user of the machine, which only root can become.

@@ -3,6 +3,7 @@
 // The folders of installed types: what is written, hidden, refused and left out.
 
 #include "switch/typefolders.hpp"
+#include "model/inspectable.hpp"
 #include "support/temporaryfolder.hpp"
 #include "switch/log.hpp"
 
@@ -35,10 +36,20 @@ std::string xml_of(const char *topic)
 
 class TypeFoldersTest : public testing::Test {
 protected:
+    static TypeResult done(TypeFolders &folders, const TypeStep &step)
+    {
+        const auto *change = std::get_if<FileChange>(&step);
+        return change ? folders.result_of(*change, change->apply()) : std::get<TypeResult>(step);
+    }
     TypeResult add(const std::string &type, const char *topic)
     {
-        return folders.add(type, new_declaration(topic).get());
+        return add(type, new_declaration(topic));
     }
+    TypeResult add(const std::string &type, const DeclarationOwner &declaration)
+    {
+        return done(folders, folders.add(type, declaration.get()));
+    }
+    TypeResult remove(const std::string &type) { return done(folders, folders.remove(type)); }
     // The topics of the listed types.
     std::vector<std::string> list()
     {
@@ -85,7 +96,7 @@ TEST_F(TypeFoldersTest, ATypeOfTheSystemIsNeitherReplacedNorRemoved)
 {
     read_only.write("Device.xml", xml_of("Old"));
     EXPECT_EQ(add("Device", "New"), TypeResult::Exists);
-    EXPECT_EQ(folders.remove("Device"), TypeResult::ReadOnly);
+    EXPECT_EQ(remove("Device"), TypeResult::ReadOnly);
     EXPECT_EQ(file_count(writable), 0u);
     EXPECT_THAT(list(), ElementsAre("Old"));
 }
@@ -96,9 +107,9 @@ TEST_F(TypeFoldersTest, AnAddedTypeIsReplacedAndRemoved)
     EXPECT_THAT(list(), ElementsAre("Old"));
     EXPECT_EQ(add("Device", "New"), TypeResult::Done);
     EXPECT_THAT(list(), ElementsAre("New"));
-    EXPECT_EQ(folders.remove("Device"), TypeResult::Done);
+    EXPECT_EQ(remove("Device"), TypeResult::Done);
     EXPECT_THAT(list(), IsEmpty());
-    EXPECT_EQ(folders.remove("Device"), TypeResult::NotFound);
+    EXPECT_EQ(remove("Device"), TypeResult::NotFound);
 }
 
 TEST_F(TypeFoldersTest, NamesThatCouldLeadElsewhereAreRefused)
@@ -108,7 +119,7 @@ TEST_F(TypeFoldersTest, NamesThatCouldLeadElsewhereAreRefused)
          {std::string(), std::string(".hidden"), std::string("../up"), std::string("a/b"),
           std::string("a b"), std::string("\xc3\xa4"), longest + "a"}) {
         EXPECT_EQ(add(name, "Device"), TypeResult::BadName) << name;
-        EXPECT_EQ(folders.remove(name), TypeResult::BadName) << name;
+        EXPECT_EQ(remove(name), TypeResult::BadName) << name;
     }
     EXPECT_EQ(file_count(writable), 0u);
     for (const std::string &name : {longest, std::string("A.b_c-9"), std::string("-")})
@@ -131,8 +142,9 @@ TEST_F(TypeFoldersTest, FoldersThatAreNotThereHaveNoTypes)
 {
     TypeFolders nowhere("/nonexistent/a", "/nonexistent/b");
     EXPECT_EQ(nowhere.list(), std::string(4, '\0'));
-    EXPECT_EQ(nowhere.add("Device", new_declaration("Device").get()), TypeResult::Failed);
-    EXPECT_EQ(nowhere.remove("Device"), TypeResult::NotFound);
+    EXPECT_EQ(done(nowhere, nowhere.add("Device", new_declaration("Device").get())),
+              TypeResult::Failed);
+    EXPECT_EQ(done(nowhere, nowhere.remove("Device")), TypeResult::NotFound);
 }
 
 TEST_F(TypeFoldersTest, AFileThatDoesNotReadIsLeftOutAndLoggedOnceUntilItChanges)
@@ -144,7 +156,7 @@ TEST_F(TypeFoldersTest, AFileThatDoesNotReadIsLeftOutAndLoggedOnceUntilItChanges
         EXPECT_THAT(list(), ElementsAre("good"));
         return testing::internal::GetCapturedStderr();
     };
-    EXPECT_NE(listed_with_log().find(path + " is no event declaration"), std::string::npos);
+    EXPECT_NE(listed_with_log().find(path + " is not an event declaration"), std::string::npos);
     EXPECT_EQ(listed_with_log(), "");
     writable.write("bad.xml", "still no declaration");
     EXPECT_NE(listed_with_log().find(path), std::string::npos);
@@ -164,6 +176,62 @@ TEST_F(TypeFoldersTest, WhatIsNoFileOfADeclarationIsLeftOut)
     testing::internal::GetCapturedStderr();
 }
 
+TEST_F(TypeFoldersTest, ADeclarationThatXmlCannotSayIsRefused)
+{
+    for (const char *topic : {"A\x01\x1f", "A\xef\xbf\xbe"})
+        EXPECT_EQ(add("Device", topic), TypeResult::Different) << topic;
+    DeclarationOwner twice = new_declaration("Power"), unmarked = new_declaration("Power");
+    const std::string topic = "Other";
+    inspectable *content = event_declaration_get_inspectable(twice.get());
+    content->current()->add(
+        key_value(KeyName::intern("topic0"), FALSE, topic, FALSE, FALSE)); // as bytes can say it
+    EXPECT_EQ(add("Device", twice), TypeResult::Different);
+    event_declaration_add_key(unmarked.get(), "state", VALUE_TYPE_STRING);
+    event_declaration_set_property(unmarked.get(), "state", nullptr, nullptr);
+    EXPECT_EQ(add("Device", unmarked), TypeResult::Done) << "the mark of its key says it";
+    EXPECT_EQ(add("Device", "\t<&>\"'\n \xc3\xa4"), TypeResult::Done);
+    EXPECT_THAT(list(), ElementsAre("\t<&>\"'\n \xc3\xa4"));
+}
+
+// With room for two types of these.
+class FullTypeFoldersTest : public TypeFoldersTest {
+protected:
+    FullTypeFoldersTest()
+    {
+        ArrayOwner bytes(event_declaration_serialize(new_declaration("One").get()));
+        folders = TypeFolders(read_only.path().string(), writable.path().string(),
+                              sizeof(guint32) + 2 * bytes->len);
+    }
+};
+
+TEST_F(FullTypeFoldersTest, WhatWouldMakeTheListTooLongIsRefused)
+{
+    EXPECT_EQ(add("a", "One"), TypeResult::Done);
+    EXPECT_EQ(add("b", "Two"), TypeResult::Done);
+    EXPECT_EQ(add("c", "Ten"), TypeResult::TooMany);
+    EXPECT_EQ(add("b", "Three"), TypeResult::TooMany);
+    EXPECT_EQ(add("b", "Ten"), TypeResult::Done) << "it takes the place of the old one";
+    EXPECT_THAT(list(), ElementsAre("One", "Ten"));
+    EXPECT_EQ(remove("a"), TypeResult::Done);
+    EXPECT_EQ(add("c", "Six"), TypeResult::Done);
+    EXPECT_THAT(list(), ElementsAre("Ten", "Six"));
+}
+
+TEST_F(FullTypeFoldersTest, FilesForWhichTheListHasNoRoomAreLeftOutAndLoggedOnce)
+{
+    for (const char *type : {"a", "b", "c"})
+        writable.write(std::string(type) + ".xml", xml_of("One"));
+    testing::internal::CaptureStderr();
+    EXPECT_THAT(list(), ElementsAre("One", "One"));
+    EXPECT_THAT(list(), ElementsAre("One", "One"));
+    std::string log = testing::internal::GetCapturedStderr();
+    std::size_t line = log.find("c.xml is left out: the list of the types would be too long");
+    EXPECT_NE(line, std::string::npos) << log;
+    EXPECT_EQ(log.find("is left out", line + 20), std::string::npos) << log;
+    EXPECT_EQ(remove("a"), TypeResult::Done);
+    EXPECT_THAT(list(), ElementsAre("One", "One"));
+}
+
 TEST_F(TypeFoldersTest, ADeclarationWhoseXmlIsTooLargeToBeReadIsRefusedAndLeavesTheOldOne)
 {
     EXPECT_EQ(add("Device", "Old"), TypeResult::Done);
@@ -173,7 +241,7 @@ TEST_F(TypeFoldersTest, ADeclarationWhoseXmlIsTooLargeToBeReadIsRefusedAndLeaves
         event_declaration_add_key_value(large.get(), ("key" + std::to_string(i)).c_str(),
                                         text.c_str(), VALUE_TYPE_STRING);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(folders.add("Device", large.get()), TypeResult::Unreadable);
+    EXPECT_EQ(add("Device", large), TypeResult::Unreadable);
     testing::internal::GetCapturedStderr();
     EXPECT_THAT(list(), ElementsAre("Old"));
     EXPECT_EQ(file_count(writable), 1u);
