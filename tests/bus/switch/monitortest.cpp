@@ -213,6 +213,29 @@ TEST_F(MonitorTest, LimitsAreListedWithWhatIsUsedOfThem)
     EXPECT_EQ(limits.size(), 7u);
 }
 
+TEST(Monitor, EachUsersOwnLimitsAreListed)
+{
+    TemporaryFolder folder;
+    PrivateBus bus;
+    SwitchProcess event_switch(
+        {"--config=" + folder.write("conf", "[limits]\npeers=7\n[user " + std::to_string(getuid()) +
+                                                "]\npeers=9\n")});
+    RawPeer onlooker;
+    onlooker.call("Consumer.Subscribe", "/c", "", guint32(5), Octets{expression_bytes("Device")});
+    guint64 peers = 0;
+    EXPECT_EQ(list(onlooker.bus(), "ListLimits",
+                   [&](sd_bus_message *reply) {
+                       guint32 uid;
+                       const char *name;
+                       guint64 used, limit;
+                       sd_bus_message_read(reply, "(ustt)", &uid, &name, &used, &limit);
+                       if (std::string(name) == "peers")
+                           peers = limit;
+                   }),
+              "");
+    EXPECT_EQ(peers, 9u);
+}
+
 TEST_F(MonitorTest, CountsSayWhenTheyChange)
 {
     EXPECT_EQ(count_of(onlooker.bus(), "Producers"), 1u);
@@ -246,6 +269,48 @@ TEST_F(MonitorTest, CountsSayWhenTheyChange)
     EXPECT_TRUE(is_told(0));
     EXPECT_EQ(told["Consumers"], 0u);
     EXPECT_EQ(told.count("Declarations") ? told["Declarations"] : 1u, 1u);
+}
+
+// The error of a call to the switch, "" for none.
+std::string error_of(RawPeer &peer, const char *interface, const char *member, const char *types,
+                     const char *first = "", const char *second = "")
+{
+    BusError error;
+    sd_bus_message *reply = nullptr;
+    int r =
+        sd_bus_call_method(peer.bus(), "com.vemo.Event.Switch", "/com/vemo/Event/Switch", interface,
+                           member, error.get(), &reply, types, first, second, "u", 1);
+    BusMessageOwner owner(reply);
+    return r < 0 ? error.get()->name : "";
+}
+
+bool answers_everybody(RawPeer &peer)
+{
+    return error_of(peer, "org.freedesktop.DBus.Peer", "Ping", "") == "" &&
+           error_of(peer, "org.freedesktop.DBus.Properties", "Get", "ss", monitor, "Producers") ==
+               "" &&
+           error_of(peer, "org.freedesktop.DBus.Properties", "GetAll", "s", monitor) == "";
+}
+
+TEST_F(MonitorTest, ItsOwnUserMayPingReadAndIntrospectIt)
+{
+    EXPECT_TRUE(answers_everybody(onlooker));
+    EXPECT_EQ(error_of(onlooker, "org.freedesktop.DBus.Introspectable", "Introspect", ""), "");
+}
+
+TEST_F(MonitorTest, OthersMayPingAndReadItAndNoMore)
+{
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    int allowed = as_stranger(bus.address(), [] {
+        RawPeer stranger;
+        return answers_everybody(stranger) &&
+               error_of(stranger, "org.freedesktop.DBus.Properties", "Set", "ssv", monitor,
+                        "Producers") == access_denied &&
+               error_of(stranger, "org.freedesktop.DBus.Introspectable", "Introspect", "") ==
+                   access_denied;
+    });
+    EXPECT_EQ(allowed, 0);
 }
 
 TEST_F(MonitorTest, WhoListensToWhatIsNotForAll)
