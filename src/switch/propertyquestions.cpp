@@ -3,7 +3,6 @@
 #include "switch/propertyquestions.hpp"
 
 #include "switch/buspost.hpp"
-#include "switch/replybudget.hpp"
 
 #include <qandor/serialize.h>
 
@@ -187,14 +186,8 @@ guint32 PropertyQuestions::declarer_of(const Declaration &declaration) const
 bool PropertyQuestions::may_wait_for_answer(guint32 asker, guint32 declarer,
                                             const std::string &name) const
 {
-    auto has_room = [](const auto &counts, guint32 uid, guint most) {
-        auto found = counts.find(uid);
-        return found == counts.end() || found->second < most;
-    };
     auto of_name = asked_.find(name);
-    return askings_.size() < max_askings &&
-           has_room(askings_by_asker_, asker, max_askings_of_asker) &&
-           has_room(askings_by_declarer_, declarer, max_askings_of_declarer) &&
+    return askings_under_way_.has_room(asker, declarer) &&
            (of_name == asked_.end() || of_name->second.under_way < max_askings_of_name);
 }
 
@@ -215,8 +208,7 @@ PropertyQuestions::begin_asking(const Question &question, guint32 declarer, cons
     askings_.push_front({*this, question.token, question.uid, declarer, name, nullptr, {}});
     askings_.front().place = askings_.begin();
     ++asked_[name].under_way;
-    ++askings_by_asker_[question.uid];
-    ++askings_by_declarer_[declarer];
+    askings_under_way_.begin(question.uid, declarer);
     return askings_.front();
 }
 
@@ -288,14 +280,9 @@ int PropertyQuestions::receive_subscribe_answer(sd_bus_message *, void *data, sd
 
 void PropertyQuestions::end_asking(Asking &asking)
 {
-    auto give_back = [](auto &counts, guint32 uid) {
-        if (--counts.at(uid) == 0)
-            counts.erase(uid);
-    };
     std::string name = asking.name;
     guint32 token = asking.token;
-    give_back(askings_by_asker_, asking.asker);
-    give_back(askings_by_declarer_, asking.declarer);
+    askings_under_way_.end(asking.asker, asking.declarer);
     --asked_.at(name).under_way;
     askings_.erase(asking.place);
     count_answer(token, name);

@@ -12,6 +12,7 @@
 
 #include "switch/book.hpp"
 #include "switch/outbox.hpp"
+#include "switch/replybudget.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -95,8 +96,7 @@ private:
     std::unordered_map<guint32, std::unique_ptr<Question>> questions_; // by token
     std::list<Asking> askings_;                                        // Subscribe calls under way
     std::unordered_map<std::string, Asked> asked_;                     // by bus name
-    std::unordered_map<guint32, guint> askings_by_asker_;              // by user id
-    std::unordered_map<guint32, guint> askings_by_declarer_;           // likewise
+    Askings askings_under_way_;                                        // by the users concerned
     guint32 last_token_ = 0;
 };
 

@@ -5,9 +5,10 @@
 // share of them.
 #pragma once
 
-#include <cstddef>
-
 #include <glib.h>
+
+#include <cstddef>
+#include <unordered_map>
 
 namespace qandor {
 
@@ -18,5 +19,44 @@ inline constexpr guint max_askings_of_asker = 32;
 inline constexpr guint max_askings_of_declarer = 24;
 // To one bus name; further ones wait in a queue, unless the name has left a question unanswered.
 inline constexpr guint max_askings_of_name = 4;
+
+// Those of them that are under way.
+class Askings {
+public:
+    bool has_room(guint32 asker, guint32 declarer) const
+    {
+        return count_ < max_askings && of(by_asker_, asker) < max_askings_of_asker &&
+               of(by_declarer_, declarer) < max_askings_of_declarer;
+    }
+    void begin(guint32 asker, guint32 declarer)
+    {
+        ++count_;
+        ++by_asker_[asker];
+        ++by_declarer_[declarer];
+    }
+    void end(guint32 asker, guint32 declarer)
+    {
+        --count_;
+        give_back(by_asker_, asker);
+        give_back(by_declarer_, declarer);
+    }
+
+private:
+    using Counts = std::unordered_map<guint32, guint>; // by user id
+
+    static guint of(const Counts &counts, guint32 uid)
+    {
+        auto found = counts.find(uid);
+        return found == counts.end() ? 0 : found->second;
+    }
+    static void give_back(Counts &counts, guint32 uid)
+    {
+        if (--counts.at(uid) == 0)
+            counts.erase(uid);
+    }
+
+    std::size_t count_ = 0;
+    Counts by_asker_, by_declarer_;
+};
 
 } // namespace qandor
