@@ -4,8 +4,8 @@
 """Runs the shell commands of the pages as they stand, against a bus and a switch of their own.
 
 Which lines of the pages are commands is said in shellpages.py. The commands of a page share one shell
-and one folder, which has what the tree has. The output of ```console has to be what the page shows,
-but for numbers and the width of columns.
+and one folder, which has what the tree has. The output of ```console has to be what the page shows; in
+what it may differ is said in shownoutput.py.
 
 Usage: commands.py SOURCE_ROOT BUILD_ROOT FOLDER_OF_THE_TOOL'S_PAGES
 """
@@ -22,6 +22,7 @@ import sys
 import tempfile
 
 from shellpages import manual_page, markdown_page
+from shownoutput import looks_like
 
 # Commands that are not run, and why.
 NOT_RUN = {
@@ -86,7 +87,6 @@ go_on() {
     done
 }
 """
-NUMBER = re.compile(r"(?<![A-Za-z])(?:0x[0-9a-f]+|\d[\d.:]*)")
 
 
 def script_of(page):
@@ -120,16 +120,12 @@ def install(build, home):
     description.write_text(moved)
 
 
-def looks_like(line):
-    return " ".join(NUMBER.sub("0", line).split())
-
-
 def wrong_outputs(page, outputs):
     for index, (line, command, expected) in enumerate(page.commands):
         if expected is None:
             continue
         shown = (outputs / f"{index}.out").read_text().splitlines()
-        if [*map(looks_like, shown)] != [*map(looks_like, expected)]:
+        if not looks_like(shown, expected):
             yield f"{page.name}:{line}: {command} says now\n" + "\n".join(shown)
 
 
