@@ -60,20 +60,42 @@ std::string policy_for_current_user()
 
 } // namespace
 
-PrivateBus::PrivateBus()
+BusKind chosen_bus()
+{
+    const char *said = std::getenv("QANDOR_TEST_BUS");
+    std::string kind = said ? said : "daemon";
+    if (kind != "daemon" && kind != "broker")
+        throw std::runtime_error("QANDOR_TEST_BUS: expected daemon or broker, got " + kind);
+    return kind == "broker" ? BusKind::Broker : BusKind::Daemon;
+}
+
+PrivateBus::PrivateBus(BusKind kind, const std::string &more) : kind_(kind)
 {
     std::string policy = folder_.write("policy.conf", policy_for_current_user());
     std::string socket = (folder_.path() / "bus").string();
-    std::string config = folder_.write(
-        "bus.conf", std::string(config_head) + "  <listen>unix:path=" + socket +
-                        "</listen>\n  <include>" + policy + "</include>\n</busconfig>\n");
-    daemon_.emplace(std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile",
-                                             "--config-file=" + config, "--print-address=1"});
+    config_ = folder_.write("bus.conf", std::string(config_head) + "  <listen>unix:path=" + socket +
+                                            "</listen>\n  <include>" + policy + "</include>\n" +
+                                            more + "</busconfig>\n");
+    start();
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+}
+
+std::vector<std::string> PrivateBus::command() const
+{
+    if (kind_ == BusKind::Broker)
+        return {QANDOR_LAUNCH_BROKER, config_, (folder_.path() / "bus").string()};
+    return {"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + config_,
+            "--print-address=1"};
+}
+
+void PrivateBus::start()
+{
+    daemon_.emplace(command());
     std::optional<std::string> address = daemon_->read_line();
     if (!address)
-        throw std::runtime_error("dbus-daemon does not start");
-    address_ = *address;
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+        throw std::runtime_error("the bus does not start");
+    // The part behind the path is another one after each start.
+    address_ = address->substr(0, address->find(','));
 }
 
 PrivateBus::~PrivateBus()
