@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Well-formed records whose shape exists only to cost, written byte by byte: see
-// docs/wire-format.md.
+// Well-formed records whose shape makes them expensive to store or to match, written byte by byte.
+// docs/wire-format.md describes the fields.
 #pragma once
 
 #include <glib.h>
@@ -12,7 +12,7 @@ namespace qandor::test {
 
 class CostlyRecord {
 public:
-    // A condition, or a key with its value. No key: any key; no value: any value.
+    // A condition, or a key with its value. A key that is nullptr is a key wildcard.
     struct KeyValue {
         const char *key;
         std::string value;
@@ -47,18 +47,18 @@ public:
                inspectable(2, and_lists, count, 0);
     }
 
-    // An expression of so many alternatives without a condition.
+    // An expression of @count alternatives, each without a condition.
     static std::string empty_alternatives(guint count)
     {
         return expression(repeated(and_list("", 0), count), count);
     }
-    // An expression of so many alternatives, each of one negated condition.
+    // An expression of @count alternatives, each with one negated condition.
     static std::string negated_alternatives(guint count)
     {
         std::string one = and_list(bucket(key_value({"a", "x", true})), 1);
         return expression(repeated(one, count), count);
     }
-    // An external declaration with so many empty tags on its topic, or on itself.
+    // A declaration with @count empty tags on its topic, or on the object.
     static std::string tagged_key(guint count, guint32 local_id)
     {
         return declaration(and_list(bucket(key_value({"topic0", "T", false, count})), 1), local_id);
@@ -67,7 +67,7 @@ public:
     {
         return declaration(and_list(topic(), 1), local_id, count);
     }
-    // One key with so many values, each with that many digits behind the prefix.
+    // A bucket of @count key-values: one key, and values that begin with the prefix.
     static std::string values(const char *key, guint count, const char *prefix)
     {
         std::string all;
@@ -79,12 +79,12 @@ public:
     {
         return declaration(and_list(topic() + values("k", count, "d"), 2), local_id);
     }
-    // An expression that asks for so many other values of the key, negated or not.
+    // An expression with @count conditions on the key of many_values(); none of them matches.
     static std::string many_conditions(guint count)
     {
         return expression(and_list(values("k", count, "e"), 1), 1);
     }
-    // An expression that asks for so many values of any key.
+    // An expression with @count key wildcards, each with a value of many_values().
     static std::string many_key_wildcards(guint count)
     {
         std::string all;

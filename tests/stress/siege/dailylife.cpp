@@ -12,7 +12,7 @@ namespace qandor::test {
 namespace {
 
 constexpr guint64 call_timeout = 20 * G_USEC_PER_SEC;
-constexpr unsigned pause_microseconds = 2000; // else the bystander would be a flood himself
+constexpr unsigned pause_microseconds = 2000; // without it the bystander would be a flood
 
 class Day {
 public:

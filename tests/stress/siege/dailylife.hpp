@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A user who goes on with his daily life while others lay siege: calls the switch again and again,
-// also from connections that the switch has not seen before, and notes how long each answer takes.
+// A bystander: another user's process that calls the switch again and again during an attack, also
+// from connections that are new to the switch, and measures how long each answer takes.
 #pragma once
 
 #include "stress/siege/otheruser.hpp"
@@ -16,13 +16,13 @@ struct Waits {
 
 class DailyLife {
 public:
-    // Begins at once. Asking for all declarations is part of it unless those are so many that the
-    // answers would be what costs.
+    // Begins at once. GetAllDeclarations is one of the calls if @asks_for_all is true; a test of
+    // memory excludes it, because its answer may be large.
     explicit DailyLife(const PrivateBus &bus, bool asks_for_all = true);
 
-    // Waits until he has made so many more calls; whether he has in that time.
+    // Waits for that number of further calls; returns false after a timeout.
     bool goes_on(guint64 calls = 20, double seconds = 60) const;
-    // Ends it and tells how it was.
+    // Ends the process and returns its measurements.
     Waits end();
 
 private:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A user whose connection does not read what it is told, or makes the switch tell very much: others
-// do not wait for him, the switch does not give up, and who reads late has lost nothing.
+// Connections that do not read what the switch sends, and calls that make it send very much. Other
+// users are served, the switch stays alive, and a connection that reads late has lost nothing.
 
 #include "stress/siege/costlyrecords.hpp"
 #include "stress/siege/siege.hpp"
@@ -18,7 +18,7 @@ namespace {
 
 class Deaf : public Siege {
 protected:
-    // Others live on beside him, he reads or leaves, and they live on.
+    // A bystander must be served while the user does not read, and after it reads or leaves.
     void live_beside(OtherUser &user)
     {
         ASSERT_TRUE(user.says("deaf", 120));
@@ -31,7 +31,7 @@ protected:
     }
 };
 
-// 100 declarations of 60 KB, each told to 20 subscriptions of 60 KB: 360 MB that nobody reads.
+// 100 declarations of 60 KB, each announced to 20 subscriptions of 60 KB: 360 MB are not read.
 TEST_F(Deaf, DISABLED_AConnectionThatIsToldMoreThanTheBusHolds)
 {
     std::string large(60000, 'a');
@@ -49,7 +49,7 @@ TEST_F(Deaf, DISABLED_AConnectionThatIsToldMoreThanTheBusHolds)
     live_beside(user);
 }
 
-// What the switch has told somebody, each only once.
+// The calls that a peer has received from the switch.
 struct Hearing {
     std::set<guint32> subscribed; // the local ids of the declarations
     unsigned notified = 0, twice = 0;
@@ -67,7 +67,7 @@ struct Hearing {
     }
 };
 
-// One subscription of 240 KB that matches 600 declarations: read late, all of it is there.
+// One subscription of 240 KB matches 600 declarations: 300 MB, which are read late.
 TEST_F(Deaf, DISABLED_WhoReadsLateHasLostNothing)
 {
     constexpr unsigned declarations = 600;
@@ -105,7 +105,8 @@ TEST_F(Deaf, DISABLED_WhoReadsLateHasLostNothing)
     EXPECT_EQ(notified.get(), declarations);
 }
 
-// The death of a producer whose declarations match many subscriptions is told to all of these.
+// Each of the producer's declarations matches each of the consumer's subscriptions: the consumer is
+// told of the removal once for each pair.
 TEST_F(Deaf, TheDeathOfAProducerThatManySubscriptionsMatched)
 {
     const auto declarations = static_cast<guint32>(scaled(200, 1000));

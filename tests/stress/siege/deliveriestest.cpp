@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Deliveries survive the illness of consumers and the haste of producers: who is well is served,
-// and what does not arrive is told, with the right number.
+// Deliveries beside consumers that hang or stop, and from producers that send faster than events
+// can be delivered. Healthy consumers are served, and the library reports the number of lost
+// events.
 
 #include "stress/siege/handles.hpp"
 #include "stress/siege/siege.hpp"
@@ -21,7 +22,7 @@ constexpr const char *topic = "Device";
 
 class Deliveries : public Siege {
 protected:
-    // A consumer that counts its events; each takes so long.
+    // A process of consumers that count their events; each event takes @microseconds.
     OtherUser::Part consume(guint handles = 1, bool secure = false, guint microseconds = 0)
     {
         return [=, this](OtherUser::Line &line) {
@@ -38,7 +39,7 @@ protected:
             wait_until([&] { return line.is_over(); }, 3600);
         };
     }
-    // A producer that sends so many events at once when it is told to, then frees its handle.
+    // A producer that sends @events events when @begins is set, then frees its handle.
     OtherUser::Part produce(gint events, std::size_t payload, guint64 consumers = 1)
     {
         return [=, this](OtherUser::Line &line) {
@@ -46,7 +47,7 @@ protected:
             SendingHandle producer(topic, payload);
             line.say(producer.find_consumers(ready, consumers) ? "ready" : "deaf");
             wait_until([&] { return begins.get() > 0; }, 60);
-            // From a thread, as fast as it can.
+            // From another thread, as fast as possible.
             std::thread sender([&] {
                 for (gint i = 0; i < events; ++i)
                     accepted.add(producer.send(i));
@@ -59,7 +60,7 @@ protected:
             line.say(producer.free() ? "freed" : "not freed");
         };
     }
-    // What was accepted was delivered to all consumers or told; the producer has ended.
+    // Each accepted event was delivered to each consumer or reported as lost.
     void expect_nothing_lost_untold(guint64 consumers = 1)
     {
         tell_figure("accepted", static_cast<double>(accepted.get()), "events");
@@ -118,7 +119,7 @@ TEST_F(Deliveries, DISABLED_AnEventForAHundredConsumersWaitsOnlyOnce)
     EXPECT_EQ(received.get(), 1000 * consumers);
 }
 
-// The bus takes only so much for one connection, and refuses the rest to those who send.
+// The bus queues a limited amount for one connection and refuses further messages to it.
 TEST_F(Deliveries, DISABLED_WhatTheBusRefusesIsTold)
 {
     const int producers = 40;
@@ -142,7 +143,7 @@ TEST_F(Deliveries, DISABLED_WhatTheBusRefusesIsTold)
     begins.add();
     for (OtherUser &sender : senders)
         EXPECT_TRUE(sender.says("sent"));
-    told.settles(1, 10); // as long as the bus refuses
+    told.settles(1, 10); // until the bus has refused the messages
     consumer.resume();
     received.settles(2, 120);
     for (OtherUser &sender : senders)
@@ -153,7 +154,7 @@ TEST_F(Deliveries, DISABLED_WhatTheBusRefusesIsTold)
     expect_nothing_lost_untold();
 }
 
-// Consumers that subscribe and never answer, on connections of their own.
+// Consumers that subscribe and never answer, each on its own connection.
 
 class HungConsumers : public Deliveries, public testing::WithParamInterface<int> {};
 
@@ -178,7 +179,7 @@ TEST_P(HungConsumers, LeaveAHealthyOneServed)
         ToldLosses losses(told);
         SendingHandle handle(topic);
         line.say(handle.find_consumers(ready, 1) ? "ready" : "deaf");
-        Beat beat(5, [&](gint number) { accepted.add(handle.send(number)); });
+        Beat beat(10, [&](gint number) { accepted.add(handle.send(number)); });
         wait_until([&] { return line.is_over(); }, 3600);
     });
     ASSERT_TRUE(producer.says("ready"));
@@ -198,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(Some, HungConsumers, testing::Values(1, 12, 30),
                              return std::to_string(info.param);
                          });
 
-// A consumer that asks for the sender's user id, which has gone when the event is handled.
+// A consumer that gets the sender's user id. The sender may have left before its event is handled.
 TEST_F(Deliveries, DISABLED_ASecureConsumerOutlivesProducersThatSendAndLeave)
 {
     OtherUser consumer(*bus, bystander, consume(1, true, 50000));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A user who calls the switch as fast as he can, with everything that he may call: others are
-// served meanwhile, also from connections that the switch has not seen before.
+// An attacker calls the switch as fast as possible, with each call that the policy allows. Other
+// users are served meanwhile, also from connections that are new to the switch.
 
 #include "stress/siege/flood.hpp"
 #include "stress/siege/costlyrecords.hpp"
@@ -48,10 +48,10 @@ protected:
     }
 };
 
-// Nobody waits for the answers, so that nothing but the bus holds the flood back.
+// The calls want no reply, so that only the bus limits the flood.
 TEST_F(CallFlood, DISABLED_OfLargeMalformedDeclarationsBesideNewcomers)
 {
-    // Malformed at its very end.
+    // The last byte is missing, so that the checker reads the whole record.
     std::string malformed = CostlyRecord::many_values(7900, 1);
     malformed.pop_back();
     SharedCount sent;
@@ -63,7 +63,7 @@ TEST_F(CallFlood, DISABLED_OfLargeMalformedDeclarationsBesideNewcomers)
                 sent.add();
             }
     });
-    // The switch has to ask the bus who they are.
+    // The switch has to ask the bus for the credentials of each of them.
     OtherUser newcomers(*bus, attacker, [](OtherUser::Line &line) {
         while (!line.is_over(100)) {
             RawPeer newcomer;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Another user tells everybody that names have changed hands. A stock bus lets him: signals to one
-// destination are free, and a match rule does not keep them away. Nobody believes him.
+// An attacker sends forged NameOwnerChanged signals to every connection. A stock bus permits this:
+// unicast signals are allowed, and the sender in a match rule does not filter them. They must have
+// no effect.
 
 #include "stress/siege/handles.hpp"
 #include "stress/siege/siege.hpp"
@@ -44,7 +45,7 @@ protected:
         return names;
     }
 
-    // Tells everybody on the bus each of them, as another user.
+    // Sends each of the signals to every connection, as the attacker.
     void forge_to_everybody(const std::vector<Names> &lies)
     {
         OtherUser liar(*bus, attacker, [&](OtherUser::Line &line) {
@@ -53,7 +54,7 @@ protected:
                 for (const Names &lie : lies)
                     if (destination != peer.name())
                         forge(peer.bus(), destination, lie);
-            // What was sent before has reached its destinations when this has come back.
+            // The bus answers in order: the signals have been forwarded before this answer.
             sd_bus_list_names(peer.bus(), nullptr, nullptr);
             line.say("told");
         });
@@ -77,7 +78,7 @@ TEST_F(Forgery, DISABLED_MakesTheSwitchForgetNobody)
     EXPECT_EQ(after, before);
 }
 
-// An honest producer and an honest consumer, whose events go on whatever is said.
+// A producer and a consumer of the library, whose events must go on.
 class ForgeryToHandles : public Forgery {
 protected:
     void expect_events_in_spite_of(const std::vector<Names> &lies)
@@ -98,7 +99,7 @@ protected:
         });
         ASSERT_TRUE(producer.says("ready"));
         forge_to_everybody(lies);
-        // More than can have been on their way.
+        // More events than can have been queued before the signals.
         guint64 wanted = accepted.get() + 500;
         bool flows = accepted.reaches(wanted, 20) && received.reaches(wanted, 20);
         tell_figure("producer alive", producer.is_running(), "");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The library's handles as the processes of a siege use them: numbered events on a topic, and what
-// was told of those that did not arrive.
+// The library's handles in processes of a test: a producer and a consumer of numbered events, and a
+// counter of the losses that the library reports.
 #pragma once
 
 #include "stress/siege/sharedcount.hpp"
@@ -15,10 +15,10 @@
 
 namespace qandor::test {
 
-// Its events have the numbers that the producer likes; those below zero say that it is there.
+// A producer of one declaration. Events with a negative number are not counted by consumers.
 class SendingHandle {
 public:
-    // Declares, and waits until the switch has finished with it.
+    // Declares, and waits for the declaration's completion.
     explicit SendingHandle(const char *topic, std::size_t payload = 0)
         : producer_(event_producer_new(topic)), payload_(payload, 'x')
     {
@@ -34,7 +34,7 @@ public:
     SendingHandle(const SendingHandle &) = delete;
     SendingHandle &operator=(const SendingHandle &) = delete;
 
-    // Whether it was accepted. For any thread.
+    // Returns whether the event was accepted. May be called from any thread.
     bool send(gint number) const
     {
         Owned<event> event(event_producer_prepare_event(producer_, id_));
@@ -44,7 +44,7 @@ public:
                                 static_cast<guint32>(payload_.size()));
         return event_producer_send_event(producer_, event.get(), nullptr);
     }
-    // Sends until that many consumers have counted themselves.
+    // Sends events until @consumers consumers have received one.
     bool find_consumers(const SharedCount &ready, guint64 consumers) const
     {
         return wait_until(
@@ -54,7 +54,7 @@ public:
             },
             60);
     }
-    // Frees the handle and waits until it is gone.
+    // Frees the handle and waits for the callback.
     bool free(double seconds = 60)
     {
         bool freed = false;
@@ -75,7 +75,7 @@ class ReceivingHandle {
 public:
     using Receive = std::function<void(gint number)>;
 
-    // Counts itself as ready with its first event, whatever its number.
+    // Increments @ready at its first event. @receive gets the numbers that are not negative.
     ReceivingHandle(const char *topic, SharedCount &ready, Receive receive, bool secure = false)
         : ready_(ready), receive_(std::move(receive)), consumer_(event_consumer_new(topic))
     {
@@ -110,7 +110,7 @@ private:
     bool counted_ = false;
 };
 
-// Does something again and again on the default main context, and counts how often.
+// Calls a function periodically on the default main context, with the number of the call.
 class Beat {
 public:
     Beat(guint milliseconds, std::function<void(gint number)> act) : act_(std::move(act))
@@ -134,8 +134,8 @@ private:
     guint source_;
 };
 
-// Adds up what the library's warnings say of events that did not arrive: the numbers before "event"
-// or "events" in those that speak of dropping, losing or refusing.
+// Adds up the numbers of lost events in the library's warnings: the number before "event" or
+// "events" in each warning about dropped, lost, refused or undelivered events.
 class ToldLosses {
 public:
     explicit ToldLosses(SharedCount &told) : told_(told)
@@ -159,7 +159,7 @@ private:
         bool tells = (level & G_LOG_LEVEL_WARNING) && std::regex_search(text, loss);
         if (tells && std::regex_search(text, found, number))
             told_.add(std::stoull(found[1]));
-        else if (lines_++ < 5) // the rest says the same
+        else if (lines_++ < 5) // further lines repeat them
             std::fprintf(stderr, "%s\n", text.c_str());
     }
 

@@ -19,7 +19,7 @@
 namespace qandor::test {
 namespace {
 
-// The bus's socket lies in a folder that is the test's own: it is opened to be passed.
+// The bus's socket is in a folder that only the test's user may enter: others get permission.
 void open_folder(const std::string &address)
 {
     std::string socket = address.substr(address.find('/'));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A process of another user that plays its part in a siege: an attacker, or somebody who suffers.
-// It talks with its test in lines, and is asked to end by a pipe that hangs up. For root alone,
-// which can be somebody else.
+// A process with another user id: an attacker, or a bystander. It is forked from the test and runs
+// a function. Its standard output is a pipe of lines to the test; its standard input is a pipe that
+// hangs up when the test asks it to end. Needs root.
 #pragma once
 
 #include "support/childprocess.hpp"
@@ -19,11 +19,11 @@ constexpr uid_t bystander = 33;   // www-data
 
 class OtherUser {
 public:
-    // What the process has of its test.
+    // The process's end of the two pipes.
     class Line {
     public:
         void say(const std::string &text) const;
-        // Whether the test has asked to end; waits for that so long.
+        // Returns whether the test has asked to end; waits up to that time for it.
         bool is_over(int wait_milliseconds = 0) const;
         void wait_for_end() const { is_over(-1); }
         // Calls @end on the main context of the process when the test asks to end.
@@ -32,7 +32,7 @@ public:
     private:
         std::function<void()> end_;
     };
-    // Plays the part; what it throws is said, and the process fails.
+    // Runs in the process. An exception is reported as a line, and the process fails.
     using Part = std::function<void(Line &)>;
 
     OtherUser(const PrivateBus &bus, uid_t uid, const Part &part);
@@ -42,20 +42,19 @@ public:
 
     pid_t pid() const { return pid_; }
     bool is_running();
-    // The next line; nothing at the end of the process, or when it takes too long.
+    // Returns the next line; nullopt at the end of the process and after a timeout.
     std::optional<std::string> read_line(double seconds = 60);
-    // The rest of the first line that begins so; nothing as above.
+    // Returns the rest of the first line with this beginning; nullopt as above.
     std::optional<std::string> read_after(const std::string &beginning, double seconds = 60);
     bool says(const std::string &text, double seconds = 60)
     {
         return read_after(text, seconds).has_value();
     }
-    void stop() const;   // it stands still
-    void resume() const; // it goes on
-    // Asks it to end. What it says then can still be read.
+    void stop() const;   // SIGSTOP
+    void resume() const; // SIGCONT
+    // Asks it to end. Lines that it writes then can still be read.
     void ask_to_end();
-    // Asks it to end, waits, and returns whether it played its part to the end. One that does not
-    // end is killed.
+    // Asks it to end, waits, and returns whether its function returned. Kills it after a timeout.
     bool end(double seconds = 60);
     // Kills it without warning.
     void kill();

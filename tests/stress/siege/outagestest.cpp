@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The bus daemon or the switch goes and comes back while events flow, or comes late: everybody is
-// back soon, and what a producer's handle accepted is delivered or told.
+// The bus daemon or the switch is killed and restarted under load, or the switch starts late.
+// Events flow again soon, and each accepted event is delivered or reported as lost.
 
 #include "stress/siege/handles.hpp"
 #include "stress/siege/siege.hpp"
@@ -16,11 +16,11 @@ using namespace qandor::test;
 
 namespace {
 
-constexpr double back_within = 10; // seconds; not a measure
+constexpr double back_within = 10; // seconds; a bound against hanging
 
 class Outages : public Siege {
 protected:
-    // A consumer, and a producer that sends an event in each interval, whether accepted or not.
+    // Starts a consumer, and a producer that sends an event in each interval.
     void live(guint milliseconds)
     {
         consumer.emplace(*bus, bystander, [this](OtherUser::Line &line) {
@@ -48,15 +48,15 @@ protected:
         ASSERT_TRUE(producer->says("ready"));
         ASSERT_TRUE(received.reaches(20, 20));
     }
-    // Waits until an event comes that was sent from now on; the milliseconds since then, or
-    // nothing.
+    // Waits for an event that is sent from now on. Returns the milliseconds since @since, or
+    // nullopt after a timeout.
     std::optional<double> wait_until_back(gint64 since) const
     {
         if (!latest.reaches(sent.get() + 1, back_within))
             return std::nullopt;
         return static_cast<double>(g_get_monotonic_time() - since) / 1000;
     }
-    // Lets it go on for a while: so many more events are delivered.
+    // Waits until that number of further events has been delivered.
     bool goes_on(guint64 events = 50) const
     {
         return received.reaches(received.get() + events, back_within);
@@ -127,7 +127,7 @@ TEST_F(Outages, DISABLED_TheBusIsRestartedUnderLoad)
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         gint64 begin = g_get_monotonic_time();
         bus->kill();
-        event_switch->process().wait(); // it has nothing to live for
+        event_switch->process().wait(); // it ends without a bus
         bus->start();
         event_switch->start();
         switch_pid = event_switch->process().pid();
@@ -140,11 +140,11 @@ TEST_F(Outages, DISABLED_TheBusIsRestartedUnderLoad)
     expect_nothing_lost_untold();
 }
 
-// Handles that declare while the bus starts the switch, which takes its time.
+// Handles that declare while the bus is starting the switch.
 
 class SlowStart : public testing::TestWithParam<int> {
 protected:
-    // Installs a service that the bus starts, and that comes two seconds later.
+    // Writes an activation file for a switch that takes two seconds to start.
     static void install(const TemporaryFolder &folder)
     {
         std::string types = (folder.path() / "types").string();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Questions that one user makes hard to answer: properties that keep silent, and types that are
-// more than the bus carries.
+// Questions to the switch that somebody makes hard to answer: properties without an answer, and
+// more installed types than a message of the bus can carry.
 
 #include "stress/siege/siege.hpp"
 
@@ -17,7 +17,7 @@ namespace {
 
 using Questions = Siege;
 
-// Declares the property so often; its states are told, or nothing at all.
+// Declares the property @times times; answers with a state, or never answers.
 OtherUser::Part declare_power(guint32 times, bool tells)
 {
     return [=](OtherUser::Line &line) {
@@ -60,7 +60,7 @@ TEST_F(Questions, DISABLED_SilentPropertiesOfOneUserDoNotHideTheStateOfAnother)
     expect_served(life);
 }
 
-// Packages install types too: nobody asks the switch then.
+// Packages install types too, without a call to the switch.
 void install_large_types(const std::filesystem::path &folder, int count)
 {
     for (int i = 0; i < count; ++i) {
@@ -91,7 +91,7 @@ TEST_F(Questions, DISABLED_TypesBeyondWhatTheBusCarriesEndNothing)
     EXPECT_EQ(asked.get(), 3u);
 }
 
-// Each of them is written to the disk before it is answered.
+// The switch writes each type to the disk before it answers.
 TEST_F(Questions, AddingTypesHoldsNobodyUp)
 {
     DailyLife life(*bus);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Records whose shape exists only to cost, within the limits that everybody has: they cost neither
-// the switch's memory nor the others' time. Whether they are refused is the switch's business.
+// Records whose shape makes them expensive, within the default limits. The switch's memory stays
+// bounded and other users are served, whether the switch stores or refuses the records.
 
 #include "stress/siege/costlyrecords.hpp"
 #include "stress/siege/siege.hpp"
@@ -29,7 +29,8 @@ protected:
     {
         peer.call("Consumer.Subscribe", "/c", "costly", token, Octets{expression});
     }
-    // An attacker prepares and strikes; a bystander is to be served all the while and afterwards.
+    // An attacker prepares and strikes. A bystander must be served before, meanwhile and
+    // afterwards.
     void besiege(const Part &prepare, const Part &strike)
     {
         OtherUser enemy(*bus, attacker, [&](OtherUser::Line &line) {
@@ -43,7 +44,7 @@ protected:
             strike(peer);
             peer.remembers = false;
             line.say("struck");
-            // Who reads what he is told costs no more than he has to.
+            // Reads what the switch sends, so that only the records cost.
             run_until([&] { return line.is_over(); }, 600);
         });
         ASSERT_TRUE(enemy.says("prepared", 300));
@@ -57,7 +58,7 @@ protected:
         expect_served(life);
         expect_memory_bounded();
     }
-    // Stores so many records, as far as the switch takes them.
+    // Sends that number of records; the switch may refuse some.
     static Part store(int records, const std::function<void(RawPeer &, guint32)> &one)
     {
         return [=](RawPeer &peer) {
@@ -104,7 +105,7 @@ TEST_F(Shapes, DISABLED_AQuestionOfEmptyAlternativesBesideManyDeclarations)
         });
 }
 
-// As many records as one user may have stored.
+// As many records as the default limits allow one user to store.
 
 TEST_F(Shapes, DISABLED_StoredExpressionsOfEmptyAlternatives)
 {
@@ -141,7 +142,7 @@ TEST_F(Shapes, DISABLED_StoredDeclarationsOfLargeBuckets)
             }));
 }
 
-// What is compared pair by pair.
+// Conditions and values that are compared pair by pair.
 
 TEST_F(Shapes, DISABLED_ALargeBucketAgainstLargeBuckets)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A number that a process and those that it forks have in common.
+// A number in memory that a process shares with the processes it forks.
 #pragma once
 
 #include <glib.h>
@@ -31,7 +31,7 @@ public:
     void set(guint64 count) { *count_ = count; }
     guint64 get() const { return *count_; }
 
-    // Waits until it is that large; whether it is in that time.
+    // Waits until it is at least @count; returns false after a timeout.
     bool reaches(guint64 count, double seconds) const
     {
         gint64 until = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
@@ -42,7 +42,7 @@ public:
         }
         return true;
     }
-    // Waits until it has not grown for that long, or that long in all.
+    // Waits until it has not changed for @quiet_seconds, at most @seconds.
     void settles(double quiet_seconds, double seconds) const
     {
         auto ticks = [](double s) { return static_cast<gint64>(s * G_USEC_PER_SEC); };

@@ -12,7 +12,7 @@
 namespace qandor::test {
 namespace {
 
-// A switch that takes without end must not take the machine.
+// Limits the switch, so that a test without bound does not exhaust the machine.
 constexpr rlim_t most_address_space = rlim_t{2} << 30;
 
 double memory_of(pid_t pid, const char *format)

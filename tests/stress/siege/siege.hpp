@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// What all sieges have in common: a bus, a switch, whose process must be the same in the end, and
-// figures. QANDOR_SIEGE=full makes them as large as what they defend from; otherwise they are
-// scaled so that all of them fit into a minute. scripts/bench --siege reads the figures and makes a
-// table.
+// The fixture of all tests that attack the switch or the deliveries: a bus, a switch whose process
+// must be the same one at the end, and figures. QANDOR_SIEGE=full runs the attacks at full size;
+// the default is scaled down, so that all of them together take about a minute. scripts/bench
+// --siege reads the figures and prints a table.
 #pragma once
 
 #include "stress/siege/census.hpp"
@@ -16,32 +16,32 @@
 
 namespace qandor::test {
 
-// Whether everything is to be as large as it gets.
+// Whether the attacks run at full size.
 bool is_full_siege();
 inline int scaled(int small, int full)
 {
     return is_full_siege() ? full : small;
 }
 
-// Tells a figure of the test that runs, for the build's log and the table.
+// Prints a figure of the running test, for the log and for the table.
 void tell_figure(const std::string &name, double value, const char *unit);
 
 class Siege : public testing::Test {
 protected:
-    // How long another user's call may take. Not a measure: only what hangs takes so long.
+    // A bound against hanging for another user's call. The measured time is a figure.
     static constexpr double patience_ms = 5000;
-    // The most that the switch may have in memory, in MiB.
+    // The upper bound of the switch's memory, in MiB.
     static constexpr double most_memory = 96;
 
     void SetUp() override;
-    // The switch lives, and ends in good order when it is told to; where the build looks for leaks,
-    // it looks now.
+    // Checks that the switch is alive and that SIGTERM ends it with code 0. Its leak check runs
+    // then, in builds that have one.
     void TearDown() override;
 
-    // Ends a bystander's life and asserts that he was served.
+    // Ends a bystander and asserts that all its calls were answered.
     void expect_served(DailyLife &life) const;
     void expect_switch_alive();
-    // The most that the switch has ever had.
+    // The largest resident memory of the switch so far, in MiB.
     double switch_memory();
     void expect_memory_bounded();
 
