@@ -5,7 +5,7 @@
 // time when the switch has come and everybody knows again what concerns them, "done" with the
 // seconds that took.
 //
-//   stormbench PEERS DECLARATIONS SUBSCRIPTIONS     (of each peer)
+//   stormbench PEERS DECLARATIONS SUBSCRIPTIONS [PEERS_OF_CONNECTION]     (of each peer)
 
 #include <qandor/qandor.h>
 
@@ -15,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -22,7 +23,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // A stock bus lets a user have 256 connections.
-constexpr unsigned peers_of_connection = 5;
+constexpr unsigned default_peers_of_connection = 5;
 
 // What the switch has told the peers since it came.
 struct Told {
@@ -34,7 +35,9 @@ struct Told {
 
 std::string topic_of(unsigned peer, unsigned number)
 {
-    return std::to_string(peer) + "." + std::to_string(number);
+    // Several users may run this program at once.
+    static const std::string user = std::to_string(getuid());
+    return user + "." + std::to_string(peer) + "." + std::to_string(number);
 }
 
 std::string take(GArray *bytes)
@@ -103,7 +106,8 @@ private:
 
 class Storm {
 public:
-    Storm(unsigned peers, unsigned declarations, unsigned subscriptions)
+    Storm(unsigned peers, unsigned declarations, unsigned subscriptions,
+          unsigned peers_of_connection)
         : expected_{static_cast<unsigned long>(peers) * declarations,
                     static_cast<unsigned long>(peers) * subscriptions,
                     static_cast<unsigned long>(peers) * subscriptions}
@@ -180,10 +184,11 @@ private:
 
 int main(int count, char **arguments)
 {
-    if (count != 4)
+    if (count < 4 || count > 5)
         return EXIT_FAILURE;
     auto number = [&](int i) { return static_cast<unsigned>(std::atoi(arguments[i])); };
-    Storm storm(number(1), number(2), number(3));
+    Storm storm(number(1), number(2), number(3),
+                count > 4 ? number(4) : default_peers_of_connection);
     std::puts("ready");
     std::fflush(stdout);
     g_main_loop_run(g_main_loop_new(nullptr, FALSE));

@@ -11,7 +11,7 @@
 namespace qandor::test {
 namespace {
 
-constexpr guint64 call_timeout = 20 * G_USEC_PER_SEC;
+constexpr guint64 call_timeout = 30 * G_USEC_PER_SEC;
 constexpr unsigned pause_microseconds = 2000; // without it the bystander would be a flood
 
 class Day {
