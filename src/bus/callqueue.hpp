@@ -13,11 +13,17 @@
 
 namespace qandor {
 
+// Runs in the place of a call's callback when the call could not be sent: with a negative errno, on
+// the connection's thread, possibly before the function that was to send it returns. A call without
+// one is told by a warning.
+using not_sent_handler = void (*)(void *userdata, int error);
+
 struct QueuedCall {
     std::variant<BusMessageOwner, EventCall> content;
     sd_bus_message_handler_t callback;
     void *userdata;
     std::size_t size; // bytes that it takes, about
+    not_sent_handler not_sent = nullptr;
 
     // The event that it delivers, if it does.
     const EventCall *event() const { return std::get_if<EventCall>(&content); }

@@ -153,12 +153,14 @@ void CallWindow::send(Destination &destination, QueuedCall call)
     pending->userdata = call.userdata;
     pending->sent_at = now_usec();
 
+    not_sent_handler not_sent = call.not_sent;
     BusMessageOwner message = message_of(std::move(call), destination);
     int r =
         sd_bus_call_async(bus_, nullptr, message.get(), receive_answer, pending, limits_.timeout);
     if (r < 0) {
+        void *userdata = pending->userdata;
         spare_.splice(spare_.begin(), pending_, pending->place);
-        log_failed_call(message.get(), r);
+        report_not_sent(message.get(), r, not_sent, userdata);
         return;
     }
     if (destination.under_way == 0)
@@ -325,9 +327,14 @@ void CallWindow::send_the_rest()
 {
     for (Destination *destination : waiting_) {
         while (!destination->queue.empty()) {
-            BusMessageOwner message = message_of(destination->queue.pop(), *destination);
+            QueuedCall call = destination->queue.pop();
+            not_sent_handler not_sent = call.not_sent;
+            void *userdata = call.userdata;
+            BusMessageOwner message = message_of(std::move(call), *destination);
             sd_bus_message_set_expect_reply(message.get(), 0);
-            sd_bus_send(bus_, message.get(), nullptr);
+            int r = sd_bus_send(bus_, message.get(), nullptr);
+            if (r < 0)
+                report_not_sent(message.get(), r, not_sent, userdata);
         }
     }
     waiting_.clear();

@@ -36,27 +36,31 @@ MethodCall &MethodCall::append_bytes(const Bytes &bytes)
     return *this;
 }
 
-void MethodCall::send(sd_bus_message_handler_t callback, void *userdata)
+void MethodCall::send(sd_bus_message_handler_t callback, void *userdata, not_sent_handler not_sent)
 {
     std::shared_ptr<CallWindow> window = CallWindow::find(bus_);
     if (!window) {
-        send_past_window(bus_, message_.get(), callback, userdata);
+        send_past_window(bus_, message_.get(), callback, userdata, not_sent);
         return;
     }
     const char *destination = sd_bus_message_get_destination(message_.get());
-    window->call(destination, {std::move(message_), callback, userdata, size_});
+    window->call(destination, {std::move(message_), callback, userdata, size_, not_sent});
 }
 
 void send_past_window(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t callback,
-                      void *userdata)
+                      void *userdata, not_sent_handler not_sent)
 {
     int r = sd_bus_call_async(bus, nullptr, message, callback, userdata, call_timeout_usec);
     if (r < 0)
-        log_failed_call(message, r);
+        report_not_sent(message, r, not_sent, userdata);
 }
 
-void log_failed_call(sd_bus_message *message, int r)
+void report_not_sent(sd_bus_message *message, int r, not_sent_handler not_sent, void *userdata)
 {
+    if (not_sent) {
+        not_sent(userdata, r);
+        return;
+    }
     log_warning("Failed to call %s.%s: %d", sd_bus_message_get_interface(message),
                 sd_bus_message_get_member(message), r);
 }

@@ -24,12 +24,12 @@ struct Bytes {
     gsize length;
 };
 
-// Sends a call on a connection that has no window. The callback never runs when it cannot be sent,
-// which is a warning.
+// Sends a call on a connection that has no window. The callback never runs when it cannot be sent.
 void send_past_window(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t callback,
-                      void *userdata);
+                      void *userdata, not_sent_handler not_sent = nullptr);
 
-void log_failed_call(sd_bus_message *message, int r);
+// Hands a call that could not be sent to its handler, or warns where it has none.
+void report_not_sent(sd_bus_message *message, int r, not_sent_handler not_sent, void *userdata);
 
 // A call under construction. What cannot be built ends the process.
 class MethodCall {
@@ -43,8 +43,11 @@ public:
     }
     MethodCall &append_bytes(const Bytes &bytes);
 
-    // Sends it through the connection's window.
-    void send(sd_bus_message_handler_t callback, void *userdata);
+    // Sends it through the connection's window, now or in its turn. The callback runs once, with
+    // the answer or an error; not_sent runs in its place when the call could not be sent or the
+    // connection ended while it waited.
+    void send(sd_bus_message_handler_t callback, void *userdata,
+              not_sent_handler not_sent = nullptr);
     // Sends it past the window, of which one call at a time leaves enough room, and waits.
     int send_and_wait(sd_bus_error *error, sd_bus_message **reply);
     // Gives away what has been built.

@@ -2,7 +2,8 @@
 
 // The client stubs of the event switch's three interfaces.
 
-#include "bus/methodcall.hpp"
+#include "bus/switchbusclient.hpp"
+
 #include "platform/check.hpp"
 #include "platform/log.hpp"
 
@@ -41,6 +42,22 @@ int copy_bytes(sd_bus_message *reply, guint8 **out_data, gsize *out_length)
 
 } // namespace
 
+MethodCall qandor::declare_call(sd_bus *bus, const char *object, const char *name,
+                                const Bytes &declaration)
+{
+    MethodCall call(bus, producer_method("Declare"));
+    call.append("ss", object, name).append_bytes(declaration);
+    return call;
+}
+
+MethodCall qandor::subscribe_call(sd_bus *bus, const char *object, const char *name, guint32 token,
+                                  const Bytes &expression)
+{
+    MethodCall call(bus, consumer_method("Subscribe"));
+    call.append("ssu", object, name, token).append_bytes(expression);
+    return call;
+}
+
 void com_vemo_Event_Switch_Producer_declare_async(sd_bus *bus, const gchar *object,
                                                   const gchar *name, const guint8 *declaration,
                                                   gsize declaration_length,
@@ -50,10 +67,7 @@ void com_vemo_Event_Switch_Producer_declare_async(sd_bus *bus, const gchar *obje
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
     RETURN_IF_FAIL(name != NULL);
-    MethodCall(bus, producer_method("Declare"))
-        .append("ss", object, name)
-        .append_bytes({declaration, declaration_length})
-        .send(callback, userdata);
+    declare_call(bus, object, name, {declaration, declaration_length}).send(callback, userdata);
 }
 
 void com_vemo_Event_Switch_Producer_undeclare_async(sd_bus *bus, const gchar *object,
@@ -113,9 +127,8 @@ void com_vemo_Event_Switch_Consumer_subscribe_async(sd_bus *bus, const gchar *ob
     RETURN_IF_FAIL(object != NULL);
     RETURN_IF_FAIL(name != NULL);
     RETURN_IF_FAIL(subscribe_expression_data != NULL);
-    MethodCall(bus, consumer_method("Subscribe"))
-        .append("ssu", object, name, consumer_token)
-        .append_bytes({subscribe_expression_data, subscribe_expression_length})
+    subscribe_call(bus, object, name, consumer_token,
+                   {subscribe_expression_data, subscribe_expression_length})
         .send(callback, userdata);
 }
 
