@@ -75,7 +75,7 @@ void disconnect_from_bus_and_detach_events(GSource *source, sd_bus *bus)
     HeldSignals held;
     std::shared_ptr<CallWindow> window = CallWindow::close(bus);
     if (window)
-        window->send_the_rest();
+        window->finish(farewell_usec);
     sd_bus_flush(bus);
     wait_until_bus_has_read(bus);
     sd_bus_close(bus);

@@ -13,15 +13,16 @@ using namespace qandor;
 
 namespace {
 
-// What waits besides the event, about.
-constexpr std::size_t overhead = 256;
+// What waits for each subscriber, about, besides the event that they share.
+constexpr std::size_t line_size = 256;
 
 } // namespace
 
 BusMessageOwner EventCall::message(sd_bus *bus, const char *destination) const
 {
     MethodCall call(bus, {destination, path.c_str(), DBUS_INTERFACE_CONSUMER, "Event"});
-    call.append_bytes({reinterpret_cast<const guint8 *>(event->data), event->len});
+    const GArray &bytes = *event->array;
+    call.append_bytes({reinterpret_cast<const guint8 *>(bytes.data), bytes.len});
     call.append("u", token);
     return std::move(call).message();
 }
@@ -40,8 +41,15 @@ void qandor::call_consumer_event(sd_bus *bus, const gchar *destination, EventCal
                 ? 0
                 : -EINVAL;
     CHECK(r >= 0);
-    std::size_t size = overhead + call.event->len;
-    window->call(destination, {std::move(call), callback, userdata, size});
+    window->call(destination, {std::move(call), callback, userdata, line_size});
+}
+
+std::shared_ptr<const EventBytes> qandor::new_event_bytes(sd_bus *bus, GArray *array)
+{
+    ArrayOwner owner(array);
+    std::shared_ptr<CallWindow> window = CallWindow::find(bus);
+    Charge charge = window ? Charge(window->backlog(), array->len) : Charge();
+    return std::make_shared<EventBytes>(EventBytes{std::move(owner), std::move(charge)});
 }
 
 void com_vemo_Event_Consumer_event_async_(sd_bus *bus, const gchar *destination, const gchar *path,
@@ -51,8 +59,9 @@ void com_vemo_Event_Consumer_event_async_(sd_bus *bus, const gchar *destination,
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(event != NULL);
-    std::shared_ptr<GArray> copy(serialize_create_array(), g_array_unref);
-    g_array_append_vals(copy.get(), event, static_cast<guint>(event_length));
-    call_consumer_event(bus, destination, {copy, path ? path : "", consumer_token}, callback,
+    GArray *copy = serialize_create_array();
+    g_array_append_vals(copy, event, static_cast<guint>(event_length));
+    call_consumer_event(bus, destination,
+                        {new_event_bytes(bus, copy), path ? path : "", consumer_token}, callback,
                         userdata);
 }

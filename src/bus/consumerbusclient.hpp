@@ -7,6 +7,9 @@
 
 namespace qandor {
 
+// Takes the bytes of an event that is about to be delivered on the connection.
+std::shared_ptr<const EventBytes> new_event_bytes(sd_bus *bus, GArray *array);
+
 void call_consumer_event(sd_bus *bus, const gchar *destination, EventCall call,
                          sd_bus_message_handler_t callback, gpointer userdata);
 

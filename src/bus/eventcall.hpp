@@ -5,6 +5,7 @@
 // waits.
 #pragma once
 
+#include "platform/backlog.hpp"
 #include "platform/owners.hpp"
 
 #include <memory>
@@ -12,8 +13,15 @@
 
 namespace qandor {
 
+// A serialized event, shared by all that it goes to. It counts once, for as long as one of them
+// waits for it.
+struct EventBytes {
+    ArrayOwner array;
+    Charge charge;
+};
+
 struct EventCall {
-    std::shared_ptr<GArray> event; // its bytes, shared by all that it goes to
+    std::shared_ptr<const EventBytes> event;
     std::string path;
     guint32 token;
     // A property's state gives way to a newer one of the same declaration to the same subscription.

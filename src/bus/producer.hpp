@@ -4,6 +4,7 @@
 #pragma once
 
 #include "bus/buspresence.hpp"
+#include "bus/eventcall.hpp"
 #include "bus/forwardedsubscriptions.hpp"
 #include "bus/sendtickets.hpp"
 #include "messages/event.hpp"
@@ -102,7 +103,7 @@ public:
 private:
     sd_bus *bus_;
     const event &event_;
-    std::shared_ptr<GArray> bytes_; // the deliveries that wait share them
+    std::shared_ptr<const EventBytes> bytes_; // the deliveries that wait share them
 };
 
 } // namespace qandor

@@ -15,7 +15,7 @@ using namespace qandor;
 void Delivery::to(const subscribe_expression &subscription)
 {
     if (!bytes_)
-        bytes_.reset(event_serialize(&event_), g_array_unref);
+        bytes_ = new_event_bytes(bus_, event_serialize(&event_));
     call_consumer_event(bus_, subscription.dbus_service.c_str(),
                         {bytes_, subscription.dbus_object, subscription.consumer_token,
                          event_.property != FALSE, event_.local_id},

@@ -3,6 +3,7 @@
 // How many calls wait for an answer at a time, and what becomes of the others.
 
 #include "bus/callwindow.hpp"
+#include "bus/consumerbusclient.hpp"
 #include "support/logcapture.hpp"
 #include "support/mainloop.hpp"
 #include "support/privatebus.hpp"
@@ -82,13 +83,13 @@ protected:
     }
 
     // An event that is nothing but its number.
-    static EventCall event(guint32 number)
+    EventCall event(guint32 number) const
     {
-        std::shared_ptr<GArray> bytes(serialize_create_array(), g_array_unref);
-        serialize_32bit(bytes.get(), number);
-        return {bytes, "/consumer", 1};
+        GArray *bytes = serialize_create_array();
+        serialize_32bit(bytes, number);
+        return {new_event_bytes(bus, bytes), "/consumer", 1};
     }
-    static EventCall state(guint32 number, guint32 declaration)
+    EventCall state(guint32 number, guint32 declaration) const
     {
         EventCall state = event(number);
         state.is_property = true;
@@ -125,10 +126,18 @@ TEST_F(CallWindowTest, OneDestinationGetsItsShareAndAllTogetherTheWindow)
     auto window = CallWindow::find(bus);
     for (guint32 i = 0; i < 100; ++i)
         call(one, i);
-    EXPECT_EQ(window->under_way(), 64u);
     for (guint32 i = 0; i < 100; ++i)
         call(other, i);
-    EXPECT_EQ(window->under_way(), 96u);
+    EXPECT_EQ(window->slots().taken(), 2u) << "one for each newcomer";
+    EXPECT_TRUE(wait_until([&] {
+        one.work();
+        return answers > 0;
+    }));
+    EXPECT_EQ(window->slots().taken(), 65u);
+    EXPECT_TRUE(wait_until([&] {
+        other.work();
+        return other.numbers.size() == 1 && window->slots().taken() == 96u;
+    }));
 
     EXPECT_TRUE(wait_until([&] {
         while (one.work() || other.work()) {
@@ -161,7 +170,7 @@ TEST_F(CallWindowTest, SilentDestinationsLeaveRoomForTheOthers)
         }
         return healthy.numbers.size() == 500;
     }));
-    EXPECT_LE(window->under_way(), limits.hard);
+    EXPECT_LE(window->slots().taken(), limits.total);
     EXPECT_EQ(errors, 0u);
 }
 
@@ -169,8 +178,8 @@ TEST_F(CallWindowTest, BeyondTheBoundStatesGiveWayToNewerOnesAndThenTheOldestEve
 {
     WindowLimits limits;
     limits.destination = 1;
-    limits.queue_bytes = 5000; // five calls
-    open(limits);
+    auto backlog = std::make_shared<Backlog>(5 * (1000 + 4)); // five calls
+    open(limits)->share(backlog);
     LogCapture log;
     SlowPeer peer;
     deliver(peer, event(0)); // under way
@@ -197,12 +206,12 @@ TEST_F(CallWindowTest, CallsThatAreNoEventsAreNeverDropped)
 {
     WindowLimits limits;
     limits.destination = 1;
-    limits.queue_bytes = 3000;
-    auto window = open(limits);
+    auto backlog = std::make_shared<Backlog>(3000);
+    open(limits)->share(backlog);
     SlowPeer peer;
     for (guint32 i = 0; i < 20; ++i)
         call(peer, i);
-    EXPECT_EQ(window->queued_bytes(), 19000u);
+    EXPECT_EQ(backlog->bytes(), 19000u);
     EXPECT_TRUE(wait_until([&] {
         while (peer.work()) {
         }
@@ -222,7 +231,7 @@ TEST_F(CallWindowTest, ADestinationThatIsNotThereIsAnsweredForAll)
         call(named, i);
     EXPECT_TRUE(wait_until([&] { return answers == 200; }));
     EXPECT_EQ(errors, 200u);
-    EXPECT_EQ(CallWindow::find(bus)->under_way(), 0u);
+    EXPECT_EQ(CallWindow::find(bus)->slots().taken(), 0u);
 }
 
 } // namespace
