@@ -3,6 +3,7 @@
 // The event producer driven without waiting: what the plain calls do on the caller's thread is a
 // command here.
 
+#include "api/eventcommand.hpp"
 #include "api/eventproducer.hpp"
 #include "api/eventregistration.hpp"
 #include "platform/check.hpp"
@@ -148,18 +149,15 @@ event *async_producer_prepare_event(event_producer *event_producer, guint32 loca
 namespace {
 
 // The copy is handed over when its turn comes, or ends with a command that never runs.
-struct SendCommand : Command {
+struct SendCommand : EventCommand {
     void run() override
     {
-        event_producer_int_send_event(handle, original, copy.release(), callback, user_data,
-                                      nullptr);
+        if (error)
+            tell();
+        else
+            event_producer_int_send_event(handle, original, copy.release(), callback, user_data,
+                                          nullptr);
     }
-
-    event_producer *handle;
-    event *original;
-    std::unique_ptr<event> copy;
-    event_producer_sent_callback callback;
-    gpointer user_data;
 };
 
 } // namespace
@@ -169,10 +167,6 @@ void async_producer_send_event(event_producer *event_producer, event *event,
 {
     RETURN_IF_FAIL(event_producer != NULL);
     auto command = std::make_unique<SendCommand>();
-    command->handle = event_producer;
-    command->original = event;
-    command->copy.reset(event_copy(event));
-    command->callback = callback;
-    command->user_data = user_data;
+    command->fill(event_producer, event, event_copy(event), callback, user_data);
     command_source_post(event_producer->commands, std::move(command));
 }

@@ -3,6 +3,7 @@
 // What the producer's calls are made of: the part on the caller's thread, and the command that does
 // the rest on the main context's thread.
 
+#include "api/eventcommand.hpp"
 #include "api/eventproducer.hpp"
 #include "bus/errors.hpp"
 #include "bus/producer.hpp"
@@ -25,6 +26,8 @@ void event_producer_int_setup(event_producer *event_producer, const char *name,
                               producer_ids_callback ids_callback, gpointer user_data)
 {
     event_producer->producer = producer_new(name, ids_callback, user_data);
+    state_of(event_producer->producer).presence.backlog =
+        command_source_backlog(event_producer->commands);
     command_source_post_function(event_producer->commands, [=] {
         GError *error = nullptr;
         producer_init_dbus(event_producer->producer, &error);
@@ -163,9 +166,9 @@ gboolean event_producer_int_undeclare(event_producer *event_producer, guint32 lo
 
 namespace {
 
-struct SendCommand : Command {
+struct SendCommand : EventCommand {
     // The checks of the caller's thread.
-    void check(const event *original)
+    void check()
     {
         GError *failure = nullptr;
         if (!original) {
@@ -192,16 +195,8 @@ struct SendCommand : Command {
             producer_send_event(handle->producer, copy.get(), &failure);
             error.reset(failure);
         }
-        if (callback)
-            callback(copy ? copy->local_id : 0, original, user_data, error.release());
+        tell();
     }
-
-    event_producer *handle;
-    event *original;
-    std::unique_ptr<event> copy;
-    event_producer_sent_callback callback;
-    gpointer user_data;
-    ErrorOwner error;
 };
 
 } // namespace
@@ -211,19 +206,17 @@ gboolean event_producer_int_send_event(event_producer *event_producer, event *ev
                                        gpointer user_data, GError **error)
 {
     auto command = std::make_unique<SendCommand>();
-    command->handle = event_producer;
-    command->original = event;
-    command->copy.reset(copy);
-    command->callback = callback;
-    command->user_data = user_data;
+    command->fill(event_producer, event, copy, callback, user_data);
     if (refuse_error_already_set(error))
         command->error.reset(g_error_copy(*error));
     else
-        command->check(event);
+        command->check();
 
     bool passed = !command->error;
     if (error && !passed && !*error)
         *error = g_error_copy(command->error.get());
-    command_source_post(event_producer->commands, std::move(command));
+    // One that has failed only tells its callback.
+    if (passed || callback)
+        command_source_post(event_producer->commands, std::move(command));
     return passed;
 }

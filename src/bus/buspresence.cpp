@@ -2,6 +2,7 @@
 
 #include "bus/buspresence.hpp"
 
+#include "bus/callwindow.hpp"
 #include "platform/check.hpp"
 
 namespace qandor {
@@ -18,7 +19,10 @@ int BusPresence::connect(GError **error)
     if (r < 0) {
         bus = nullptr;
         source_ = nullptr;
+        return r;
     }
+    if (backlog)
+        CallWindow::find(bus)->share(backlog);
     return r;
 }
 

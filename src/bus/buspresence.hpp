@@ -4,6 +4,7 @@
 // an eye on the event switch.
 #pragma once
 
+#include "platform/backlog.hpp"
 #include "platform/owners.hpp"
 
 #include <qandor/busconnection.h>
@@ -34,6 +35,7 @@ public:
     sd_bus *bus = nullptr;
     std::string object;
     std::string name;
+    std::shared_ptr<Backlog> backlog; // of the handle that the instance belongs to, if it has one
 
 private:
     GSource *source_ = nullptr;

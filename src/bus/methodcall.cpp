@@ -15,7 +15,8 @@ constexpr std::size_t overhead = 1024;
 
 } // namespace
 
-MethodCall::MethodCall(sd_bus *bus, const Method &method) : bus_(bus), size_(overhead)
+MethodCall::MethodCall(sd_bus *bus, const Method &method, const char *function)
+    : bus_(bus), function_(function), size_(overhead)
 {
     sd_bus_message *made = nullptr;
     int r = sd_bus_message_new_method_call(bus, &made, method.destination, method.path,
@@ -24,9 +25,16 @@ MethodCall::MethodCall(sd_bus *bus, const Method &method) : bus_(bus), size_(ove
     message_.reset(made);
 }
 
-void MethodCall::check(int r)
+void MethodCall::check(int r) const
 {
-    CHECK(r >= 0);
+    if (r < 0)
+        g_assertion_message_expr(nullptr, __FILE__, __LINE__, function_, "r >= 0");
+}
+
+MethodCall &MethodCall::without_starting()
+{
+    check(sd_bus_message_set_auto_start(message_.get(), 0));
+    return *this;
 }
 
 MethodCall &MethodCall::append_bytes(const Bytes &bytes)

@@ -31,10 +31,11 @@ void send_past_window(sd_bus *bus, sd_bus_message *message, sd_bus_message_handl
 // Hands a call that could not be sent to its handler, or warns where it has none.
 void report_not_sent(sd_bus_message *message, int r, not_sent_handler not_sent, void *userdata);
 
-// A call under construction. What cannot be built ends the process.
+// A call under construction. What cannot be built ends the process, in the name of the function
+// that wanted to call.
 class MethodCall {
 public:
-    MethodCall(sd_bus *bus, const Method &method);
+    MethodCall(sd_bus *bus, const Method &method, const char *function);
 
     template <class... Arguments> MethodCall &append(const char *types, Arguments... arguments)
     {
@@ -42,6 +43,9 @@ public:
         return *this;
     }
     MethodCall &append_bytes(const Bytes &bytes);
+
+    // The bus does not start a service for it: it means nothing to one that is not running.
+    MethodCall &without_starting();
 
     // Sends it through the connection's window, now or in its turn. The callback runs once, with
     // the answer or an error; not_sent runs in its place when the call could not be sent or the
@@ -54,9 +58,10 @@ public:
     BusMessageOwner message() && { return std::move(message_); }
 
 private:
-    static void check(int r);
+    void check(int r) const;
 
     sd_bus *bus_;
+    const char *function_;
     BusMessageOwner message_;
     std::size_t size_;
 };

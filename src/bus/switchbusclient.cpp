@@ -45,7 +45,8 @@ int copy_bytes(sd_bus_message *reply, guint8 **out_data, gsize *out_length)
 MethodCall qandor::declare_call(sd_bus *bus, const char *object, const char *name,
                                 const Bytes &declaration)
 {
-    MethodCall call(bus, producer_method("Declare"));
+    MethodCall call(bus, producer_method("Declare"),
+                    "com_vemo_Event_Switch_Producer_declare_async");
     call.append("ss", object, name).append_bytes(declaration);
     return call;
 }
@@ -53,7 +54,8 @@ MethodCall qandor::declare_call(sd_bus *bus, const char *object, const char *nam
 MethodCall qandor::subscribe_call(sd_bus *bus, const char *object, const char *name, guint32 token,
                                   const Bytes &expression)
 {
-    MethodCall call(bus, consumer_method("Subscribe"));
+    MethodCall call(bus, consumer_method("Subscribe"),
+                    "com_vemo_Event_Switch_Consumer_subscribe_async");
     call.append("ssu", object, name, token).append_bytes(expression);
     return call;
 }
@@ -77,8 +79,9 @@ void com_vemo_Event_Switch_Producer_undeclare_async(sd_bus *bus, const gchar *ob
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, producer_method("Undeclare"))
+    MethodCall(bus, producer_method("Undeclare"), __func__)
         .append("su", object, global_id)
+        .without_starting()
         .send(callback, userdata);
 }
 
@@ -90,7 +93,7 @@ void com_vemo_Event_Switch_Producer_add_declaration_async(sd_bus *bus, const gch
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(type != NULL);
-    MethodCall(bus, producer_method("AddDeclaration"))
+    MethodCall(bus, producer_method("AddDeclaration"), __func__)
         .append("s", type)
         .append_bytes({declaration, declaration_length})
         .send(callback, userdata);
@@ -102,7 +105,7 @@ void com_vemo_Event_Switch_Producer_remove_declaration_async(sd_bus *bus, const 
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(type != NULL);
-    MethodCall(bus, producer_method("RemoveDeclaration"))
+    MethodCall(bus, producer_method("RemoveDeclaration"), __func__)
         .append("s", type)
         .send(callback, userdata);
 }
@@ -113,7 +116,10 @@ void com_vemo_Event_Switch_Producer_disconnect_async(sd_bus *bus, const gchar *o
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, producer_method("Disconnect")).append("s", object).send(callback, userdata);
+    MethodCall(bus, producer_method("Disconnect"), __func__)
+        .append("s", object)
+        .without_starting()
+        .send(callback, userdata);
 }
 
 void com_vemo_Event_Switch_Consumer_subscribe_async(sd_bus *bus, const gchar *object,
@@ -139,8 +145,9 @@ void com_vemo_Event_Switch_Consumer_unsubscribe_async(sd_bus *bus, const gchar *
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, consumer_method("Unsubscribe"))
+    MethodCall(bus, consumer_method("Unsubscribe"), __func__)
         .append("su", object, consumer_token)
+        .without_starting()
         .send(callback, userdata);
 }
 
@@ -151,8 +158,9 @@ void com_vemo_Event_Switch_Consumer_refresh_property_async(sd_bus *bus, const gc
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, consumer_method("RefreshProperty"))
+    MethodCall(bus, consumer_method("RefreshProperty"), __func__)
         .append("su", object, consumer_token)
+        .without_starting()
         .send(callback, userdata);
 }
 
@@ -162,7 +170,10 @@ void com_vemo_Event_Switch_Consumer_disconnect_async(sd_bus *bus, const gchar *o
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, consumer_method("Disconnect")).append("s", object).send(callback, userdata);
+    MethodCall(bus, consumer_method("Disconnect"), __func__)
+        .append("s", object)
+        .without_starting()
+        .send(callback, userdata);
 }
 
 int com_vemo_Event_Switch_Consumer_get_property_state(sd_bus *bus, const guint8 *data, gsize length,
@@ -173,7 +184,7 @@ int com_vemo_Event_Switch_Consumer_get_property_state(sd_bus *bus, const guint8 
         log_critical("Assertion failed 'bus == NULL || subscribe_expression_data == NULL'");
         return -1;
     }
-    MethodCall call(bus, consumer_method("GetPropertyState"));
+    MethodCall call(bus, consumer_method("GetPropertyState"), __func__);
     call.append_bytes({data, length});
     sd_bus_message *reply = nullptr;
     int r = call.send_and_wait(error, &reply);
@@ -192,7 +203,7 @@ int com_vemo_Event_Switch_Query_get_all_declarations(sd_bus *bus, sd_bus_error *
         log_critical("Assertion failed 'bus == NULL'");
         return -1;
     }
-    MethodCall call(bus, query_method("GetAllDeclarations"));
+    MethodCall call(bus, query_method("GetAllDeclarations"), __func__);
     sd_bus_message *reply = nullptr;
     call.send_and_wait(error, &reply);
     BusMessageOwner owner(reply);
@@ -206,6 +217,6 @@ int com_vemo_Event_Switch_Query_get_declaration_types(sd_bus *bus, sd_bus_error 
         log_critical("Assertion failed 'bus == NULL'");
         return -1;
     }
-    MethodCall call(bus, query_method("GetDeclarationTypes"));
+    MethodCall call(bus, query_method("GetDeclarationTypes"), __func__);
     return call.send_and_wait(error, reply);
 }

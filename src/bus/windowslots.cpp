@@ -7,9 +7,13 @@
 
 namespace qandor {
 
-// The calls that one destination with a seat may have under way.
-guint WindowSlots::share() const
+// The calls that one destination may have under way.
+guint WindowSlots::share(const Standing &standing) const
 {
+    if (!standing.seated) {
+        bool is_quiet = silent_ == 0 && taken_ + kept_free_ < limits_.quiet;
+        return is_quiet ? limits_.newcomer : 1;
+    }
     if (silent_ == 0)
         return limits_.destination;
     return std::clamp(free() / 4 + 1, 1U, limits_.destination);
@@ -21,9 +25,7 @@ bool WindowSlots::may_have_another(const Standing &standing) const
         return standing.under_way < limits_.to_switch;
     if (standing.is_stuck())
         return false;
-    if (standing.under_way == 0)
-        return true;
-    return standing.seated && standing.under_way < share();
+    return standing.under_way == 0 || standing.under_way < share(standing);
 }
 
 bool WindowSlots::admits(const Standing &standing) const

@@ -3,37 +3,39 @@
 // Who may have a call under way: the accounts of a call window, without a bus.
 //
 // A stock bus refuses a connection its 129th unanswered call. It counts a call until its own answer
-// comes or its destination leaves, however long that takes, and so do we: a slot is taken when a
-// call is sent and given back by nothing but the answer to that very call, which the bus itself
-// gives when the destination leaves. So what is counted here is what the bus counts.
+// comes or its destination leaves, however long that takes. So a slot is taken when a call is sent,
+// and given back by nothing but the answer to that very call; when a destination leaves, the bus
+// gives the answer. What is counted here is what the bus counts.
 //
-//     0        consumers                                          112    120    124     128
-//     |--------------------------------------------------------|------|-------|-------|
-//     | newcomers: one each                                    |      | the   | calls |
-//     | seats: one each, taken or kept free        ............|......| switch| that  |
-//     | more calls to those that have a seat       ............|......|       | wait  |
+//     0                                                96     112    120    124     128
+//     |-------------------------------------------------|------|------|------|-------|
+//     | newcomers: one slot each                               |      | the  | calls |
+//     | seats: one slot each, taken or kept free .............. ......|switch| that  |
+//     | further calls: while all answer                 |      |      |      | wait  |
+//     | further calls: a quarter of what is left, while anyone is silent     |       |
 //
-// - A newcomer has never answered. It gets one call at a time, and newcomers together leave the
-// last
-//   slots (112 to 120) alone.
-// - Its first answer gives a destination a seat: a slot that is kept free for it while it has no
-//   call under way. The window keeps 64 seats free at most: beyond them it takes back one that has
-//   not been used for ten minutes, otherwise the newest.
-// - Further calls to one destination use what is left: all of it, up to 64, as long as everybody
-//   answers; a quarter of it while anybody is silent, so that the next to fall silent leave
-//   something for those after them.
+// Newcomer: a destination that has never answered. It gets one call at a time, or four while hardly
+// anything is under way. Newcomers together leave the last slots alone.
 //
-//   Invariant: slots taken + seats kept free <= 120.
+// Seat: the first answer gives a destination a slot of its own, which is kept free for it while it
+// has no call under way. 64 seats at most are kept free: beyond them, one that has not been used
+// for ten minutes is taken back, otherwise the newest.
 //
-// So a destination that has a seat gets at least one call under way whatever all others do.
+//     Invariant: slots taken + seats kept free <= 120
 //
-// - A destination that has calls under way and has not answered for 2 seconds is silent, one that
-// has
-//   not answered a call for 60 seconds has lost it. Neither gets another call: the number of slots
-//   that silent ones hold does not grow with time. An answer, however late, ends the silence; a
-//   lost call is only found again by its own answer.
-// - The switch has 4 slots of its own, because a bus that is asked by 1,000 connections at a time
-//   looks for each answer among all their unanswered calls.
+// Hence a destination that has a seat can always have a call under way, whatever all others do.
+//
+// Further calls: up to 64 to one destination while all answer. While anyone is silent, a
+// destination gets a quarter of what is left, so that the next ones to fall silent leave something
+// for others.
+//
+// Silent: a destination that has calls under way and has not answered for 2 seconds. It gets no
+// other call until it answers, however late. A call that has not been answered for 60 seconds is
+// lost, and its destination gets no other call before it has answered that one. So the slots that
+// hung destinations hold do not grow with time.
+//
+// The switch has 4 slots of its own: when 1,000 connections call it at a time, the bus looks for
+// each answer among all their unanswered calls.
 #pragma once
 
 #include <glib.h>
@@ -43,6 +45,8 @@ namespace qandor {
 struct WindowLimits {
     guint total = 120;      // unanswered calls to consumers
     guint newcomers = 112;  // slots that newcomers may not go beyond
+    guint newcomer = 4;     // unanswered calls to one newcomer
+    guint quiet = 12;       // slots beyond which a newcomer gets one call only
     guint window = 96;      // slots that further calls may not go beyond while all answer
     guint destination = 64; // unanswered calls to one destination
     guint seats = 64;       // that are kept free
@@ -95,7 +99,7 @@ public:
 
 private:
     guint free() const { return limits_.total - taken_ - kept_free_; }
-    guint share() const;
+    guint share(const Standing &standing) const;
     void speak(Standing &standing, guint64 now);
 
     const WindowLimits limits_;

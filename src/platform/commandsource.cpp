@@ -6,7 +6,7 @@
 #include "platform/owners.hpp"
 
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 
 using namespace qandor;
@@ -15,30 +15,69 @@ namespace {
 
 constexpr int batch = 16;
 
+// Whom drops are told of: the consumers of a dropped command are not known yet.
+constexpr const char *receiver = "The main context";
+
+using Commands = std::list<std::unique_ptr<Command>>;
+
+struct CountedCommand {
+    std::unique_ptr<Command> command;
+    Charge charge;
+};
+
 // What the source and a running dispatch share, so that a command may free the source it runs on.
 struct Queue {
     std::mutex mutex;
-    std::deque<std::unique_ptr<Command>> commands;
+    DropQueue<CountedCommand> commands;
     bool closed = false;
     gpointer user_data = nullptr;
+    const std::shared_ptr<Backlog> backlog = std::make_shared<Backlog>();
 
     std::unique_ptr<Command> take()
     {
         std::lock_guard lock(mutex);
         if (closed || commands.empty())
             return nullptr;
-        std::unique_ptr<Command> command = std::move(commands.front());
-        commands.pop_front();
-        return command;
+        return std::move(commands.pop().command);
+    }
+
+    void add(std::unique_ptr<Command> command)
+    {
+        std::size_t size = command->size();
+        DropClass drop_class = command->drop_class();
+        commands.push({std::move(command), Charge(backlog, size)}, size, std::move(drop_class));
+    }
+
+    // Returns what has to be destroyed, outside the lock.
+    Commands keep_within_bound()
+    {
+        Commands dropped;
+        while (backlog->is_over() && commands.bytes() > backlog->limit() / 4) {
+            auto victim = commands.victim();
+            if (!victim)
+                break;
+            if (victim->is_state)
+                backlog->report.count_superseded_state(receiver);
+            else
+                backlog->report.count_event(receiver);
+            CountedCommand &counted = commands.item(*victim);
+            if (counted.command->drop()) {
+                counted.charge = Charge(backlog, Command::plain_size);
+                commands.keep(*victim, Command::plain_size);
+            } else {
+                dropped.push_back(std::move(commands.drop(*victim).command));
+            }
+        }
+        return dropped;
     }
 
     // Destroys what is queued outside the lock: a command's destructor may do anything.
     void close()
     {
-        std::deque<std::unique_ptr<Command>> dropped;
+        DropQueue<CountedCommand> dropped;
         std::lock_guard lock(mutex);
         closed = true;
-        dropped.swap(commands);
+        std::swap(dropped, commands);
     }
 };
 
@@ -53,6 +92,13 @@ std::shared_ptr<Queue> &queue_of(GSource *source)
     return reinterpret_cast<CommandGSource *>(source)->queue;
 }
 
+// Returns when the rest is due, as a source's ready time.
+gint64 tell_losses(Backlog &backlog)
+{
+    guint64 next = backlog.report.tell(static_cast<guint64>(g_get_monotonic_time()));
+    return next == G_MAXUINT64 ? -1 : static_cast<gint64>(next);
+}
+
 gboolean dispatch(GSource *source, GSourceFunc, gpointer)
 {
     std::shared_ptr<Queue> queue = queue_of(source);
@@ -63,11 +109,12 @@ gboolean dispatch(GSource *source, GSourceFunc, gpointer)
         command->run();
     }
 
+    gint64 next_telling = tell_losses(*queue->backlog);
     std::lock_guard lock(queue->mutex);
     if (queue->closed)
         return G_SOURCE_REMOVE;
     if (queue->commands.empty())
-        g_source_set_ready_time(source, -1);
+        g_source_set_ready_time(source, next_telling);
     return G_SOURCE_CONTINUE;
 }
 
@@ -140,11 +187,22 @@ command_source *command_source_new_full(GMainContext *context, gpointer user_dat
 
 void qandor::command_source_post(command_source *source, std::unique_ptr<Command> command)
 {
-    std::lock_guard lock(source->queue->mutex);
-    source->queue->commands.push_back(std::move(command));
-    // Only the first of a row has to wake the context.
-    if (source->queue->commands.size() == 1)
-        g_source_set_ready_time(source->source.get(), 0);
+    Commands dropped;
+    {
+        std::lock_guard lock(source->queue->mutex);
+        // Only the first of a row has to wake the context.
+        if (source->queue->commands.empty())
+            g_source_set_ready_time(source->source.get(), 0);
+        source->queue->add(std::move(command));
+        dropped = source->queue->keep_within_bound();
+    }
+    if (!dropped.empty())
+        tell_losses(*source->queue->backlog);
+}
+
+std::shared_ptr<Backlog> qandor::command_source_backlog(command_source *source)
+{
+    return source->queue->backlog;
 }
 
 void command_source_run_async(command_source *source, command_function function, gpointer data)
@@ -166,6 +224,7 @@ void command_source_run(command_source *source, command_function function, gpoin
 void command_source_free(command_source *source)
 {
     source->queue->close();
+    source->queue->backlog->report.tell_the_rest();
     g_source_destroy(source->source.get());
     delete source;
 }

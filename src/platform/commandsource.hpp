@@ -7,7 +7,15 @@
 // source runs a bounded number of commands before it lets the context's other sources have their
 // turn, at the priority that the bus connections have: a fast producer does not keep messages
 // waiting, and messages that were read ahead during a command are seen to after it.
+//
+// What waits counts into the handle's backlog. Commands may take a quarter of its bound in any
+// case, so that a slow consumer, for whom the rest is waiting, costs nobody else an event; beyond
+// that, when a thread queues faster than the context's thread runs, commands that deliver events
+// are dropped on the thread that queues, and told.
 #pragma once
+
+#include "platform/backlog.hpp"
+#include "platform/dropqueue.hpp"
 
 #include <glib.h>
 
@@ -44,9 +52,20 @@ class Command {
 public:
     virtual ~Command() = default;
     virtual void run() = 0;
+
+    // The bytes that it takes, about, and whether it may be dropped.
+    static constexpr std::size_t plain_size = 256;
+    virtual std::size_t size() const { return plain_size; }
+    virtual DropClass drop_class() const { return {}; }
+    // Lets go of what it works on, on any thread. Returns whether it has to run all the same, since
+    // somebody waits for a word.
+    virtual bool drop() { return false; }
 };
 
 void command_source_post(command_source *source, std::unique_ptr<Command> command);
+
+// What waits in the source and wherever else the handle counts it.
+std::shared_ptr<Backlog> command_source_backlog(command_source *source);
 
 // Queues a function object as a command.
 template <class Function>
