@@ -14,7 +14,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 using namespace qandor;
 using namespace qandor::test;
@@ -95,6 +97,14 @@ protected:
         state.is_property = true;
         state.declaration = declaration;
         return state;
+    }
+
+    BusMessageOwner question() const
+    {
+        sd_bus_message *made = nullptr;
+        sd_bus_message_new_method_call(bus, &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                       "org.freedesktop.DBus", "GetId");
+        return BusMessageOwner(made);
     }
 
     void call(const SlowPeer &peer, guint32 number)
@@ -232,6 +242,119 @@ TEST_F(CallWindowTest, ADestinationThatIsNotThereIsAnsweredForAll)
     EXPECT_TRUE(wait_until([&] { return answers == 200; }));
     EXPECT_EQ(errors, 200u);
     EXPECT_EQ(CallWindow::find(bus)->slots().taken(), 0u);
+}
+
+// A consumer on a thread of its own that takes its time, and then asks the bus about the sender.
+class AskingPeer {
+public:
+    explicit AskingPeer(guint count) : count_(count)
+    {
+        sd_bus *made = nullptr;
+        sd_bus_open_system(&made);
+        bus_.reset(made);
+        sd_bus_add_filter(made, nullptr, receive, this);
+        sd_bus_get_unique_name(made, &name);
+        thread_ = std::thread([this] { run(); });
+    }
+    ~AskingPeer() { thread_.join(); }
+
+    const char *name = nullptr;
+    std::atomic<guint> calls = 0;
+    std::atomic<guint> senders_there = 0;
+
+private:
+    static int receive(sd_bus_message *call, void *data, sd_bus_error *)
+    {
+        auto *self = static_cast<AskingPeer *>(data);
+        if (!sd_bus_message_is_method_call(call, "com.vemo.Event.Consumer", "Event"))
+            return 0;
+        g_usleep(20000); // the work of a slow consumer
+        sd_bus_creds *made = nullptr;
+        self->senders_there += sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, &made) >= 0;
+        BusCredentialsOwner owner(made);
+        ++self->calls;
+        // Something that the producer does not expect.
+        sd_bus_call_method_async(self->bus_.get(), nullptr, sd_bus_message_get_sender(call),
+                                 "/consumer", "com.vemo.Event.Consumer", "Event", nullptr, nullptr,
+                                 "ayu", 0, 1);
+        return sd_bus_reply_method_return(call, nullptr);
+    }
+    void run()
+    {
+        while (calls < count_) {
+            while (sd_bus_process(bus_.get(), nullptr) > 0) {
+            }
+            sd_bus_wait(bus_.get(), 10000);
+        }
+        sd_bus_flush(bus_.get());
+    }
+
+    const guint count_;
+    BusOwner bus_;
+    std::thread thread_;
+};
+
+class LastAnswersTest : public CallWindowTest {
+protected:
+    LastAnswersTest()
+    {
+        GError *error = nullptr;
+        connect_to_bus_and_attach_events(&last_source, &last_bus, &error);
+        sd_bus_add_object_vtable(last_bus, nullptr, "/consumer", "com.vemo.Event.Consumer", vtable,
+                                 this);
+    }
+    static int count_incoming(sd_bus_message *call, void *self, sd_bus_error *)
+    {
+        ++static_cast<LastAnswersTest *>(self)->incoming;
+        return sd_bus_reply_method_return(call, nullptr);
+    }
+    void send_last(const char *name, guint32 number)
+    {
+        QueuedCall call{event(number), count_answer, static_cast<CallWindowTest *>(this), 256};
+        CallWindow::find(last_bus)->call(name, std::move(call));
+    }
+
+    static const sd_bus_vtable vtable[];
+    GSource *last_source = nullptr;
+    sd_bus *last_bus = nullptr;
+    guint incoming = 0;
+};
+
+const sd_bus_vtable LastAnswersTest::vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Event", "ayu", nullptr, count_incoming, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+TEST_F(LastAnswersTest, ASenderIsThereUntilItsLastEventsHaveBeenHandled)
+{
+    constexpr guint count = 20;
+    AskingPeer peer(count);
+    for (guint32 i = 0; i < count; ++i)
+        send_last(peer.name, i);
+    disconnect_from_bus_and_detach_events(last_source, last_bus);
+    EXPECT_EQ(peer.calls, count);
+    EXPECT_EQ(peer.senders_there, count);
+    EXPECT_EQ(answers, 0u) << "whom a callback belongs to is about to end";
+    EXPECT_EQ(incoming, 0u);
+    run_pending();
+    EXPECT_EQ(answers + incoming, 0u);
+}
+
+// It would have to answer on the thread that waits.
+TEST_F(LastAnswersTest, AConsumerOfTheSameProcessIsNotWaitedFor)
+{
+    CallWindow::find(bus)->call("org.freedesktop.DBus", {question(), count_answer, this, 256});
+    ASSERT_TRUE(wait_until([&] { return answers == 1; }));
+    const char *name = nullptr;
+    sd_bus_get_unique_name(bus, &name);
+    send_last(name, 1);
+    auto window = CallWindow::find(last_bus);
+    EXPECT_EQ(window->slots().taken(), 1u);
+    window->finish(24 * 3600ULL * G_USEC_PER_SEC);
+    EXPECT_EQ(window->slots().taken(), 1u);
+    window.reset();
+    disconnect_from_bus_and_detach_events(last_source, last_bus);
 }
 
 } // namespace

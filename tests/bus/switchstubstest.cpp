@@ -16,6 +16,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 using namespace qandor;
 using namespace qandor::test;
 using testing::AllOf;
@@ -276,6 +278,18 @@ TEST_F(SwitchStubsTest, AnAnswerThatDoesNotComeInTimeIsAnErrorForTheCallback)
     EXPECT_EQ(event_switch.count("Undeclare"), 1u);
 }
 
+TEST_F(SwitchStubsTest, OnlyWhatMeansSomethingToANewSwitchMayStartOne)
+{
+    call_all(bus);
+    EXPECT_TRUE(wait_until([&] { return answers.errors.size() == stubs; }));
+    std::set<std::string> starting;
+    for (const SwitchCall &call : event_switch.take())
+        if (call.may_start)
+            starting.insert(call.member);
+    EXPECT_THAT(starting, ElementsAre("AddDeclaration", "Declare", "Event", "RemoveDeclaration",
+                                      "Subscribe"));
+}
+
 const char *const full_names[] = {
     "com.vemo.Event.Switch.Producer.Declare",
     "com.vemo.Event.Switch.Producer.Undeclare",
@@ -419,11 +433,17 @@ TEST_F(SwitchStubsDeathTest, ACallThatCannotBeBuiltEndsTheProcess)
         auto deliver = [&](const char *name, const char *path) {
             com_vemo_Event_Consumer_event_async_(open(), name, path, bytes, 4, 1, take, nullptr);
         };
-        EXPECT_DEATH(declare(nullptr), "assertion failed: \\(r >= 0\\)");
-        EXPECT_DEATH(remove("\xff"), "assertion failed: \\(r >= 0\\)");
-        EXPECT_DEATH(deliver(":1.1", "no path"), "assertion failed: \\(r >= 0\\)");
-        EXPECT_DEATH(deliver(":1.1", nullptr), "assertion failed: \\(r >= 0\\)");
-        EXPECT_DEATH(deliver("no name", "/c"), "assertion failed: \\(r >= 0\\)");
+        EXPECT_DEATH(
+            declare(nullptr),
+            "com_vemo_Event_Switch_Producer_declare_async: assertion failed: \\(r >= 0\\)");
+        EXPECT_DEATH(remove("\xff"), "com_vemo_Event_Switch_Producer_remove_declaration_async: "
+                                     "assertion failed: \\(r >= 0\\)");
+        EXPECT_DEATH(deliver(":1.1", "no path"),
+                     "com_vemo_Event_Consumer_event_async_: assertion failed: \\(r >= 0\\)");
+        EXPECT_DEATH(deliver(":1.1", nullptr),
+                     "com_vemo_Event_Consumer_event_async_: assertion failed: \\(r >= 0\\)");
+        EXPECT_DEATH(deliver("no name", "/c"),
+                     "com_vemo_Event_Consumer_event_async_: assertion failed: \\(r >= 0\\)");
     }
 }
 

@@ -326,6 +326,20 @@ TEST_F(WindowTimeTest, ASeatThatIsNotUsedIsTakenBackForOthers)
     EXPECT_THAT(bus.peer(healthy).numbers, ElementsAre(0, 1));
 }
 
+TEST_F(WindowTimeTest, TheEndWaitsForNobodyThatIsSilent)
+{
+    deliver(":1.7", 0);
+    bus.peer(":1.7").is_hung = true;
+    deliver(":1.7", 1);
+    deliver(":1.7", 2);
+    pass(3 * second);
+    deliver(":1.7", 3);
+    CallWindow::close(bus.client())->finish(24 * 3600 * second);
+    window.reset();
+    bus.process();
+    EXPECT_THAT(bus.peer(":1.7").numbers, ElementsAre(0, 1, 2, 3)) << "it is sent all the same";
+}
+
 class SwitchSlotsTest : public WindowTimeTest {
 protected:
     SwitchSlotsTest() { bus.peer(DBUS_SERVICE_SWITCH).is_hung = true; }
@@ -384,6 +398,7 @@ protected:
         window->share(backlog);
         bus.peer(healthy).is_hung = true;
         deliver(healthy, 0); // under way
+        pass(3 * second);    // and silent
     }
 };
 

@@ -68,7 +68,8 @@ SwitchCall call_from(sd_bus_message *message)
                     {},
                     {},
                     {},
-                    sd_bus_message_get_expect_reply(message) > 0};
+                    sd_bus_message_get_expect_reply(message) > 0,
+                    sd_bus_message_get_auto_start(message) > 0};
     read_arguments(message, call);
     return call;
 }

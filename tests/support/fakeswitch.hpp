@@ -37,6 +37,7 @@ struct SwitchCall {
     std::vector<guint32> numbers;
     std::string bytes;
     bool wants_answer;
+    bool may_start; // the switch, if it is not running
 };
 
 // How the switch answers: with an error, with bytes, with a text that nobody expects, not at all
