@@ -5,12 +5,15 @@
 //   peer property TOPIC STATE      declares a property, sends its state and says "ready"
 //   peer consumer TOPIC COUNT      says "ready" for an event with the number -1, and "all COUNT in
 //                                  order" when the events with the numbers 0 to COUNT - 1 have come
+//   peer deaf TOPIC COUNT          subscribes with so many consumers, says "ready" when a producer
+//                                  knows of all, and never does anything again
 
 #include <qandor/qandor.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -81,12 +84,42 @@ void run_consumer(const char *topic, const char *count)
     subscribe_expression_free(expression);
 }
 
+void count_notification(notification *notification, gpointer count)
+{
+    notification_free(notification);
+    ++*static_cast<gint *>(count);
+}
+
+void drop_event(event *event, gpointer)
+{
+    event_free(event);
+}
+
+[[noreturn]] void run_deaf(const char *topic, const char *count)
+{
+    gint told = 0;
+    for (gint i = 0; i < std::atoi(count); ++i) {
+        subscribe_expression *expression = subscribe_expression_new();
+        subscribe_expression_add_key_value(expression, "topic0", topic);
+        event_consumer_subscribe_full(event_consumer_new("deaf"), expression, drop_event,
+                                      count_notification, &told);
+        subscribe_expression_free(expression);
+    }
+    while (told < std::atoi(count))
+        g_main_context_iteration(nullptr, TRUE);
+    say("ready");
+    for (;;)
+        pause();
+}
+
 } // namespace
 
 int main(int count, char **arguments)
 {
     if (count != 4)
         return EXIT_FAILURE;
+    if (std::strcmp(arguments[1], "deaf") == 0)
+        run_deaf(arguments[2], arguments[3]);
     if (std::strcmp(arguments[1], "property") == 0)
         run_property(arguments[2], arguments[3]);
     else
