@@ -33,15 +33,21 @@ typedef struct {
  * returns the negative errno, with *@error set in the domain "libqandor" to the same code, and
  * nothing is attached.
  *
- * Calls that wait for an answer pass a window: at most 96 are under way at a time, at most 64 of
- * them to one destination, and the others wait their turn in order. A stock system bus refuses a
- * connection its 129th unanswered call.
+ * Calls that wait for an answer pass a window, because a stock system bus refuses a connection its
+ * 129th unanswered call: at most 120 to consumers are under way at a time, at most 64 of them to
+ * one consumer, and 4 to the switch. The others wait their turn, in order for each destination. The
+ * callback of a call that is not answered within 60 s is told so.
  */
 QANDOR_API int connect_to_bus_and_attach_events(GSource **source, sd_bus **bus, GError **error);
 
 /**
- * Sends what is still waiting, as calls that expect no answer; flushes, closes and releases the
- * connection, and detaches the source. Waits for at most 2 s, for a bus that does not answer.
+ * Ends the connection: sends what is still waiting, waits for the answers to events that are being
+ * delivered, flushes, closes and releases the connection, and detaches the source.
+ *
+ * The answers are waited for at most 2 s, so that a consumer may still ask the bus about the
+ * sender; consumers that have not answered for 2 s, and those of the same process, are not waited
+ * for. No callback of a pending call runs, and nothing that comes in is dispatched. A bus that does
+ * not answer is waited for another 2 s at most.
  */
 QANDOR_API void disconnect_from_bus_and_detach_events(GSource *source, sd_bus *bus);
 

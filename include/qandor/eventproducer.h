@@ -69,9 +69,9 @@ QANDOR_API event_producer *
 event_producer_new_full(const char *name, producer_ids_callback ids_callback, gpointer user_data);
 
 /**
- * Frees the producer, once all that was queued before has run: events that were sent arrive. No
- * callback of a declaration or subscription is called from now on. The main context has to go on
- * for that. NULL is ignored.
+ * Frees the producer, once all that was queued before has run: events that were sent arrive. The
+ * main context has to go on for that, and stands still for at most 2 s while consumers answer the
+ * last events. No callback of a declaration or subscription is called from now on. NULL is ignored.
  */
 QANDOR_API void event_producer_free(event_producer *event_producer);
 

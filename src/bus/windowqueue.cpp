@@ -7,6 +7,12 @@
 #include <utility>
 
 namespace qandor {
+namespace {
+
+// So many go at one destination before the fullest is looked for again among all.
+constexpr int drops_in_a_row = 8;
+
+} // namespace
 
 // Lets a destination stand for a slot if it has calls that wait and may have one more under way by
 // its own account. One that may not comes here again with its next answer.
@@ -63,7 +69,8 @@ void CallWindow::keep_within_bound()
                 fullest = destination.get();
         if (!fullest)
             return;
-        drop_from(*fullest);
+        for (int i = 0; i < drops_in_a_row && backlog_->is_over() && fullest->queue.victim(); ++i)
+            drop_from(*fullest);
     }
 }
 

@@ -18,7 +18,7 @@
 // anything is under way. Newcomers together leave the last slots alone.
 //
 // Seat: the first answer gives a destination a slot of its own, which is kept free for it while it
-// has no call under way. 64 seats at most are kept free: beyond them, one that has not been used
+// has no call under way. 88 seats at most are kept free: beyond them, one that has not been used
 // for ten minutes is taken back, otherwise the newest.
 //
 //     Invariant: slots taken + seats kept free <= 120
@@ -49,7 +49,7 @@ struct WindowLimits {
     guint quiet = 12;       // slots beyond which a newcomer gets one call only
     guint window = 96;      // slots that further calls may not go beyond while all answer
     guint destination = 64; // unanswered calls to one destination
-    guint seats = 64;       // that are kept free
+    guint seats = 88;       // that are kept free
     guint to_switch = 4;    // unanswered calls to the switch
     // In microseconds:
     guint64 silence = 2 * G_USEC_PER_SEC;       // without an answer

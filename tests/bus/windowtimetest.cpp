@@ -144,16 +144,18 @@ TEST_P(HungPeersTest, AHealthyOneIsServedForADayBesideThoseThatNeverAnswered)
 
 TEST_P(HungPeersTest, AHealthyOneIsServedBesideThoseThatHangOneAfterAnother)
 {
-    std::vector<std::string> names = hung_peers(std::min(GetParam(), 100u));
+    deliver(healthy, sent++);
+    std::vector<std::string> names = hung_peers(GetParam());
     names.push_back(healthy);
     longest_pause(names, second);
     guint64 longest = 0;
     for (const std::string &name : names) {
         bus.peer(name).is_hung = name != healthy;
-        longest = std::max(longest, longest_pause(names, second / 10));
+        longest = std::max(longest, longest_pause(names, second / 40));
     }
+    longest = std::max(longest, longest_pause(names, 10 * second));
+    pass(120 * second);
     EXPECT_LE(longest, 2 * second);
-    longest_pause(names, 120 * second);
     EXPECT_GE(bus.peer(healthy).numbers.size(), sent * 9 / 10);
     EXPECT_EQ(longest_pause(names, second), 0u);
     expect_within_stock_limit();
@@ -177,7 +179,7 @@ TEST_P(HungPeersTest, ThoseThatAnswerOnceInAWhileHoldNobodyUp)
     names.push_back(healthy);
     for (const std::string &name : names)
         bus.peer(name).is_hung = name != healthy;
-    for (guint round = 0; round < 20; ++round) {
+    for (guint round = 0; round < 8; ++round) {
         EXPECT_EQ(longest_pause(names, 3 * second / 2), 0u);
         for (const std::string &name : names)
             bus.answer(name, 1);
@@ -291,7 +293,7 @@ TEST_F(WindowTimeTest, ManyDestinationsComeAndGoAndSomeSeatsAreKept)
     for (guint32 i = 0; i < 1000; ++i)
         deliver(":2." + std::to_string(i), i);
     EXPECT_EQ(window->slots().taken(), 0u);
-    EXPECT_EQ(window->slots().kept_free(), 64u);
+    EXPECT_EQ(window->slots().kept_free(), 88u);
     EXPECT_THAT(answers, SizeIs(1000));
 }
 
@@ -301,7 +303,7 @@ TEST_F(WindowTimeTest, ASeatThatIsUsedNowAndThenIsNotLostToOthers)
     deliver(healthy, sent++);
     std::vector<std::string> names = hung_peers(200);
     names.push_back(healthy);
-    for (guint minute = 0; minute < 30; ++minute) {
+    for (guint minute = 0; minute < 20; ++minute) {
         deliver(names, sent++);
         pass(60 * second);
     }
@@ -313,7 +315,7 @@ TEST_F(WindowTimeTest, ASeatThatIsUsedNowAndThenIsNotLostToOthers)
 
 TEST_F(WindowTimeTest, ASeatThatIsNotUsedIsTakenBackForOthers)
 {
-    std::vector<std::string> names = hung_peers(64);
+    std::vector<std::string> names = hung_peers(88);
     deliver(names, 0);
     pass(3600 * second);
     deliver(healthy, 0); // takes the seat of the first
