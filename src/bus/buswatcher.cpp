@@ -2,6 +2,7 @@
 
 // The watch over the event switch's name.
 
+#include "bus/busdriver.hpp"
 #include "bus/heldsignals.hpp"
 #include "platform/check.hpp"
 
@@ -27,6 +28,8 @@ int driver_name_owner_changed(sd_bus_message *message, void *user_data, sd_bus_e
     auto *watcher = static_cast<bus_driver_watcher *>(user_data);
     CHECK(message != NULL);
     CHECK(watcher != NULL);
+    if (!qandor::is_from_bus(message))
+        return 0;
 
     const char *name, *old_owner, *new_owner;
     int r = sd_bus_message_read(message, "sss", &name, &old_owner, &new_owner);

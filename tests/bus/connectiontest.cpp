@@ -261,6 +261,56 @@ TEST(BusDriverWatch, IsTriedAgainOnlyWhenItWasInterrupted)
     EXPECT_EQ(seam.count("sd_bus_add_match"), 5u);
 }
 
+// A signal that any connection may send straight to another one.
+class Stranger {
+public:
+    Stranger()
+    {
+        sd_bus *made = nullptr;
+        EXPECT_GE(sd_bus_open_system(&made), 0);
+        bus_.reset(made);
+    }
+
+    template <class... Values>
+    void signal(const Connection &to, const char *types, Values... values)
+    {
+        const char *name = nullptr;
+        sd_bus_get_unique_name(to.bus, &name);
+        sd_bus_message *made = nullptr;
+        sd_bus_message_new_signal(bus_.get(), &made, "/org/freedesktop/DBus",
+                                  "org.freedesktop.DBus", "NameOwnerChanged");
+        BusMessageOwner message(made);
+        sd_bus_message_append(made, types, values...);
+        EXPECT_GE(sd_bus_send_to(bus_.get(), made, name, nullptr), 0);
+        // The bus handles messages in order: the signal is on its way when this is answered.
+        sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                           "org.freedesktop.DBus", "GetId", nullptr, nullptr, nullptr);
+    }
+
+private:
+    Owner<sd_bus, sd_bus_flush_close_unref> bus_;
+};
+
+TEST(BusDriverWatch, BelievesNobodyButTheBus)
+{
+    PrivateBus private_bus;
+    FakeSwitch event_switch;
+    Connection connection;
+    Told told;
+    watch_bus_driver(connection.bus, &told.watcher);
+    Stranger stranger;
+    const char *name = "com.vemo.Event.Switch";
+    stranger.signal(connection, "sss", name, ":1.0", "");
+    stranger.signal(connection, "sss", name, "", ":1.5");
+    stranger.signal(connection, "sss", name, ":1.0", ":1.5");
+    stranger.signal(connection, "sss", name, "", "");
+    stranger.signal(connection, "s", name);
+    connection.settle();
+    EXPECT_EQ(told.text, "");
+    event_switch.leave();
+    EXPECT_TRUE(wait_until([&] { return told.text == "-"; }));
+}
+
 class BusDriverWatchDeathTest : public testing::Test {
 protected:
     BusDriverWatchDeathTest()
@@ -277,6 +327,7 @@ protected:
         sd_bus_message_new_signal(connection.bus, &made, "/org/freedesktop/DBus",
                                   "org.freedesktop.DBus", "NameOwnerChanged");
         BusMessageOwner message(made);
+        sd_bus_message_set_sender(made, sender);
         sd_bus_message_append(made, types, values...);
         sd_bus_message_seal(made, 1, 0);
         match.handler(made, match.userdata, nullptr);
@@ -286,6 +337,7 @@ protected:
     Connection connection;
     Told told;
     BusSeam::Match match;
+    const char *sender = "org.freedesktop.DBus";
 };
 
 TEST_F(BusDriverWatchDeathTest, WantsABusAndAWatcher)
@@ -303,6 +355,16 @@ TEST_F(BusDriverWatchDeathTest, TrustsTheBusToTellOfAChangeOfTheSwitchAlone)
     EXPECT_EQ(told.text, "+");
     EXPECT_DEATH(signal("u", 1), "r >= 0");
     EXPECT_DEATH(signal("sss", "com.vemo.Other", "", ":1.1"), "name == DBUS_SERVICE_SWITCH");
+}
+
+TEST_F(BusDriverWatchDeathTest, ReadsNothingThatIsNotTheBussOwn)
+{
+    sender = ":1.1";
+    signal("u", 1);
+    signal("sss", "com.vemo.Event.Switch", "", ":1.1");
+    sender = "com.vemo.Event.Switch";
+    signal("sss", "com.vemo.Event.Switch", "", ":1.1");
+    EXPECT_EQ(told.text, "");
 }
 
 TEST_F(BusDriverWatchDeathTest, TheSwitchNeverHandsItsNameOver)
