@@ -4,6 +4,7 @@
 // an eye on the event switch.
 #pragma once
 
+#include "bus/retrytimer.hpp"
 #include "platform/backlog.hpp"
 #include "platform/owners.hpp"
 
@@ -18,17 +19,44 @@ namespace qandor {
 // Answers to calls that nobody waits for: what came of them shows in what the switch does next.
 int ignore_answer(sd_bus_message *reply, void *userdata, sd_bus_error *error);
 
+// The connection of an instance, from the first one to the last:
+//
+//     connect, serve, watch --> up --(the bus hangs up: lost)--> lose --> pause --> connect_again
+//              |                                                            ^
+//              +--------(a step fails)--> connect_later --------------------+
+//
+// The pauses grow from 0.1 s to 5 s, until a connection is up.
 class BusPresence {
 public:
-    BusPresence() = default;
+    // What an instance does about its connection. All of them run on the connection's thread,
+    // without its lock.
+    struct Owner {
+        const char *kind; // as it is called in messages
+        gpointer instance;
+        void (*online)(gpointer instance);        // the switch has come
+        void (*offline)(gpointer instance);       // the switch has gone
+        void (*lost)(gpointer instance);          // the connection has ended; calls lose()
+        void (*connect_again)(gpointer instance); // a pause is over
+    };
+
+    explicit BusPresence(const Owner &owner)
+        : owner_(owner), watcher_{owner.online, owner.offline, owner.instance}
+    {
+    }
     BusPresence(const BusPresence &) = delete;
     BusPresence &operator=(const BusPresence &) = delete;
     ~BusPresence() { disconnect(); }
 
-    // Each returns a negative errno on failure.
+    // Each returns a negative errno on failure. A connection that is left from before is closed.
     int connect(GError **error);
-    int serve(const char *interface, const sd_bus_vtable *vtable, void *instance);
-    int watch(void (*online)(gpointer), void (*offline)(gpointer), void *instance);
+    int serve(const char *interface, const sd_bus_vtable *vtable);
+    int watch();
+
+    // Lets go of a connection that has ended, says so and connects again later.
+    void lose();
+    void connect_later();
+    // Whether there was a connection and there will be one again: until then nothing is sent.
+    bool is_lost() const { return !bus && was_up_; }
 
     void disconnect();
 
@@ -38,8 +66,17 @@ public:
     std::shared_ptr<Backlog> backlog; // of the handle that the instance belongs to, if it has one
 
 private:
+    static constexpr guint shortest_pause_msec = 100;
+    static constexpr guint longest_pause_msec = 5000;
+
+    static int receive_disconnected(sd_bus_message *message, void *self, sd_bus_error *error);
+    void close();
+
+    Owner owner_;
     GSource *source_ = nullptr;
-    bus_driver_watcher watcher_ = {};
+    bus_driver_watcher watcher_;
+    bool was_up_ = false;
+    RetryTimer timer_{shortest_pause_msec, longest_pause_msec};
 };
 
 // Keeps an instance while the application's functions run, which may free the handle it belongs to
@@ -54,8 +91,5 @@ public:
 private:
     gpointer instance_;
 };
-
-// Whether an answer says that there was nobody to take the call.
-bool was_not_delivered(sd_bus_message *reply);
 
 } // namespace qandor

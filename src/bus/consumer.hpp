@@ -3,6 +3,7 @@
 // What a Consumer instance keeps. Its lock is held by whoever touches anything of it.
 #pragma once
 
+#include "bus/announcement.hpp"
 #include "bus/buspresence.hpp"
 #include "bus/sendtickets.hpp"
 #include "platform/owners.hpp"
@@ -32,21 +33,30 @@ public:
     subscription_data *find(guint32 token);
     void subscribe(subscription_data &subscription);
     void subscribe_all();
+    // Subscribes one that is not subscribed, to see whether the switch can be reached.
+    void try_one();
+    void come_online();
     void go_offline();
+    void lose_bus();
 
     RecursiveMutex mutex;
     BusPresence presence;
     std::unordered_map<guint32, std::unique_ptr<subscription_data>> subscriptions;
 
 private:
+    using Ticket = SendTickets<ConsumerState>::Ticket;
+
     static int receive_subscribe_answer(sd_bus_message *reply, void *ticket, sd_bus_error *error);
+    static void receive_subscribe_not_sent(void *ticket, int error);
+    static void settle_subscribe(const Ticket *ticket, const AnnouncementResult &result);
 
     SendTickets<ConsumerState> tickets_;
+    Resending resending_;
 };
 
 ConsumerState &state_of(Consumer *self);
 
 // Serves the instance's object; a negative errno on failure.
-int serve_consumer(ConsumerState &state, Consumer *self);
+int serve_consumer(ConsumerState &state);
 
 } // namespace qandor

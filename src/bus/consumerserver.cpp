@@ -79,7 +79,7 @@ const sd_bus_vtable vtable[] = {
 
 } // namespace
 
-int qandor::serve_consumer(ConsumerState &state, Consumer *self)
+int qandor::serve_consumer(ConsumerState &state)
 {
-    return state.presence.serve(DBUS_INTERFACE_CONSUMER, vtable, self);
+    return state.presence.serve(DBUS_INTERFACE_CONSUMER, vtable);
 }

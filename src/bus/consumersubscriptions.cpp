@@ -5,14 +5,31 @@
 #include "bus/consumer.hpp"
 
 #include "bus/errors.hpp"
+#include "bus/shortdescription.hpp"
+#include "bus/switchbusclient.hpp"
 #include "messages/event.hpp"
+#include "messages/subscribeexpression.hpp"
 #include "platform/check.hpp"
+#include "platform/log.hpp"
 
 #include <qandor/switchbusclient.h>
 
 #include <mutex>
 
 using namespace qandor;
+
+namespace {
+
+constexpr const char *subscribe_method = "com.vemo.Event.Switch.Consumer.Subscribe";
+
+std::string description_of(const subscription_data &subscription)
+{
+    std::unique_ptr<subscribe_expression> expression(
+        subscribe_expression_deserialize(subscription.expression_data.get()));
+    return short_description(expression->content);
+}
+
+} // namespace
 
 subscription_data *ConsumerState::find(guint32 token)
 {
@@ -22,36 +39,87 @@ subscription_data *ConsumerState::find(guint32 token)
 
 void ConsumerState::subscribe(subscription_data &subscription)
 {
-    if (subscription.subscribed)
+    if (subscription.subscribed || presence.is_lost())
         return;
-    auto *ticket = tickets_.issue(this, subscription.token);
+    const GArray *array = subscription.expression_data.get();
+    Bytes bytes{reinterpret_cast<const guint8 *>(array->data), array->len};
+    const char *object = presence.object.c_str(), *name = presence.name.c_str();
+    if (!presence.bus) {
+        // Which is the critical that a missing connection is.
+        com_vemo_Event_Switch_Consumer_subscribe_async(nullptr, object, name, subscription.token,
+                                                       bytes.data, bytes.length, ignore_answer,
+                                                       nullptr);
+        return;
+    }
+    Ticket *ticket = tickets_.issue(this, subscription.token);
     subscription.subscribed = true;
     subscription.sending = ticket->sending;
-    const GArray *bytes = subscription.expression_data.get();
-    com_vemo_Event_Switch_Consumer_subscribe_async(presence.bus, presence.object.c_str(),
-                                                   presence.name.c_str(), subscription.token,
-                                                   reinterpret_cast<const guint8 *>(bytes->data),
-                                                   bytes->len, receive_subscribe_answer, ticket);
+    subscribe_call(presence.bus, object, name, subscription.token, bytes)
+        .send(receive_subscribe_answer, ticket, receive_subscribe_not_sent);
 }
 
-// A subscription that found no switch counts as not sent, so that the switch learns of it when it
-// comes. An answer to an earlier sending says nothing about a later one.
-int ConsumerState::receive_subscribe_answer(sd_bus_message *reply, void *data, sd_bus_error *error)
+int ConsumerState::receive_subscribe_answer(sd_bus_message *reply, void *ticket, sd_bus_error *)
 {
-    auto *ticket = static_cast<SendTickets<ConsumerState>::Ticket *>(data);
+    CHECK(reply != NULL);
+    settle_subscribe(static_cast<Ticket *>(ticket),
+                     AnnouncementResult::of_answer(reply, subscribe_method));
+    return 0;
+}
+
+void ConsumerState::receive_subscribe_not_sent(void *ticket, int error)
+{
+    settle_subscribe(static_cast<Ticket *>(ticket),
+                     AnnouncementResult::of_failed_call(error, subscribe_method));
+}
+
+// The answer to an earlier sending of a subscription says nothing about a later one.
+void ConsumerState::settle_subscribe(const Ticket *ticket, const AnnouncementResult &result)
+{
     ConsumerState &state = *ticket->owner;
     std::lock_guard lock(state.mutex);
-    auto taken = state.tickets_.take_back(ticket);
+    Ticket taken = state.tickets_.take_back(ticket);
     subscription_data *record = state.find(taken.id);
-    if (record && record->sending == taken.sending && was_not_delivered(reply))
-        record->subscribed = false;
-    return ignore_answer(reply, nullptr, error);
+    if (record && record->sending == taken.sending) {
+        if (result.outcome == AnnouncementResult::NotSent)
+            record->subscribed = false;
+        if (result.outcome == AnnouncementResult::Refused)
+            log_warning("The event switch refuses the subscription %u (%s): %s", taken.id,
+                        description_of(*record).c_str(), result.text.c_str());
+    }
+    if (state.resending_.note(taken.sending, result))
+        state.subscribe_all();
+}
+
+void ConsumerState::try_one()
+{
+    for (auto &[token, subscription] : subscriptions) {
+        if (subscription->subscribed)
+            continue;
+        subscribe(*subscription);
+        if (subscription->subscribed)
+            resending_.set_trial(subscription->sending);
+        return;
+    }
 }
 
 void ConsumerState::subscribe_all()
 {
     for (auto &[token, subscription] : subscriptions)
         subscribe(*subscription);
+}
+
+void ConsumerState::come_online()
+{
+    resending_.reset();
+    subscribe_all();
+}
+
+void ConsumerState::lose_bus()
+{
+    presence.lose();
+    tickets_.forget();
+    resending_.reset();
+    go_offline();
 }
 
 void ConsumerState::go_offline()
@@ -95,6 +163,9 @@ void consumer_send_refresh(Consumer *self, guint32 token)
 {
     ConsumerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    // The states come by themselves when the connection does.
+    if (state.presence.is_lost())
+        return;
     com_vemo_Event_Switch_Consumer_refresh_property_async(
         state.presence.bus, state.presence.object.c_str(), token, ignore_answer, nullptr);
 }
@@ -115,6 +186,8 @@ void consumer_send_unsubscribe(Consumer *self, subscription_data *subscription)
     std::unique_ptr<subscription_data> owner(subscription);
     ConsumerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    if (state.presence.is_lost())
+        return;
     com_vemo_Event_Switch_Consumer_unsubscribe_async(state.presence.bus,
                                                      state.presence.object.c_str(),
                                                      subscription->token, ignore_answer, nullptr);
@@ -126,6 +199,10 @@ property_state *consumer_send_get_property_state(Consumer *self,
 {
     ConsumerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    if (state.presence.is_lost()) {
+        set_event_error(error, EventError::CallFailed, "The connection to the bus is lost");
+        return nullptr;
+    }
     ArrayOwner bytes(subscribe_expression_serialize(expression));
     BusError bus_error;
     guint8 *data = nullptr;

@@ -29,10 +29,79 @@ ProducerState &qandor::state_of(Producer *self)
     return *self->state;
 }
 
+static void producer_online_handler(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.come_online();
+}
+
+static void producer_offline_handler(gpointer user_data)
+{
+    KeepAlive alive(user_data);
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.go_offline();
+}
+
+static void producer_lost_handler(gpointer user_data)
+{
+    KeepAlive alive(user_data);
+    state_of(static_cast<Producer *>(user_data)).lose_bus();
+}
+
+static void producer_connect_again(gpointer user_data)
+{
+    GError *error = nullptr;
+    producer_init_dbus(static_cast<Producer *>(user_data), &error);
+    ErrorOwner owner(error);
+}
+
+static void producer_try_one(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.try_one();
+}
+
 ProducerState::ProducerState(Producer *instance)
+    : presence({"producer", instance, producer_online_handler, producer_offline_handler,
+                producer_lost_handler, producer_connect_again}),
+      resending_(producer_try_one, instance)
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));
     presence.object = object.get();
+}
+
+// Connects, serves the object and watches the switch; FALSE with the error set.
+static gboolean set_up(ProducerState &state, GError **error)
+{
+    if (state.presence.connect(error) < 0)
+        return FALSE;
+    int r = serve_producer(state);
+    if (r < 0) {
+        set_bus_error(error, r, "Failed to register producer server");
+        return FALSE;
+    }
+    r = state.presence.watch();
+    if (r < 0) {
+        set_bus_error(error, r, "Producer failed to watch bus driver");
+        return FALSE;
+    }
+    return TRUE;
+}
+
+gboolean producer_init_dbus(Producer *self, GError **error)
+{
+    ProducerState &state = state_of(self);
+    std::lock_guard lock(state.mutex);
+    CHECK(error != NULL && *error == NULL);
+    if (!set_up(state, error)) {
+        state.presence.connect_later();
+        return FALSE;
+    }
+    state.declare_all();
+    return *error == nullptr;
 }
 
 static void producer_init(Producer *self)
@@ -67,47 +136,12 @@ Producer *producer_new(const gchar *name, producer_ids_callback subscriptions_ch
     return self;
 }
 
-static void producer_online_handler(gpointer user_data)
-{
-    ProducerState &state = state_of(static_cast<Producer *>(user_data));
-    std::lock_guard lock(state.mutex);
-    state.come_online();
-}
-
-static void producer_offline_handler(gpointer user_data)
-{
-    KeepAlive alive(user_data);
-    ProducerState &state = state_of(static_cast<Producer *>(user_data));
-    std::lock_guard lock(state.mutex);
-    state.go_offline();
-}
-
-gboolean producer_init_dbus(Producer *self, GError **error)
-{
-    ProducerState &state = state_of(self);
-    std::lock_guard lock(state.mutex);
-    CHECK(error != NULL && *error == NULL);
-    if (state.presence.connect(error) < 0)
-        return FALSE;
-
-    int r = serve_producer(state, self);
-    if (r < 0) {
-        set_bus_error(error, r, "Failed to register producer server");
-        return FALSE;
-    }
-    r = state.presence.watch(producer_online_handler, producer_offline_handler, self);
-    if (r < 0) {
-        set_bus_error(error, r, "Producer failed to watch bus driver");
-        return FALSE;
-    }
-    state.declare_all();
-    return *error == nullptr;
-}
-
 void producer_send_disconnect(Producer *self)
 {
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    if (state.presence.is_lost())
+        return;
     com_vemo_Event_Switch_Producer_disconnect_async(
         state.presence.bus, state.presence.object.c_str(), ignore_answer, nullptr);
 }

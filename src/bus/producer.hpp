@@ -3,6 +3,7 @@
 // What a Producer instance keeps. Its lock is held by whoever touches anything of it.
 #pragma once
 
+#include "bus/announcement.hpp"
 #include "bus/buspresence.hpp"
 #include "bus/eventcall.hpp"
 #include "bus/forwardedsubscriptions.hpp"
@@ -44,16 +45,19 @@ public:
     decl_data *find(guint32 local_id);
     void declare(guint32 local_id, decl_data &data);
     void declare_all();
+    // Declares one that is not declared, to see whether the switch can be reached.
+    void try_one();
     void tell_to_forget(guint32 global_id);
     void notify_subscriptions_changed();
     void send_property(decl_data &data, guint32 subscription_id);
 
+    // The application's functions run without the lock.
     void add_type(const gchar *type, const event_declaration *declaration,
                   producer_declaration_callback callback, gpointer callback_data);
     void remove_type(const gchar *type, producer_declaration_callback callback,
                      gpointer callback_data);
 
-    void come_online() { declare_all(); }
+    void come_online();
     void release(decl_data &data) { data.released_at = switch_number_; }
     // Whether the switch of today is the one that gave a released declaration its global id.
     bool is_known_to_switch(const decl_data &data) const
@@ -61,6 +65,7 @@ public:
         return data.declaration->global_id != 0 && data.released_at == switch_number_;
     }
     void go_offline();
+    void lose_bus(); // takes the lock itself
 
     RecursiveMutex mutex;
     BusPresence presence;
@@ -77,22 +82,29 @@ private:
         producer_declaration_callback callback;
         gpointer user_data;
         std::list<TypeRequest>::iterator place;
+
+        // Calls the function with an error of the code, or none for 0 and less.
+        void tell(int code) const;
     };
 
+    using Ticket = SendTickets<ProducerState>::Ticket;
+
     static int receive_declare_answer(sd_bus_message *reply, void *ticket, sd_bus_error *error);
+    static void receive_declare_not_sent(void *ticket, int error);
+    static void settle_declare(const Ticket *ticket, const AnnouncementResult &result);
     static int receive_type_answer(sd_bus_message *reply, void *request, sd_bus_error *error);
-    void *new_type_request(const gchar *type, producer_declaration_callback callback,
-                           gpointer callback_data);
+    TypeRequest *new_type_request(const TypeRequest &request);
 
     guint switch_number_ = 0; // counts the switches that went away
     SendTickets<ProducerState> tickets_;
+    Resending resending_;
     std::list<TypeRequest> type_requests_;
 };
 
 ProducerState &state_of(Producer *self);
 
 // Serves the instance's object; a negative errno on failure.
-int serve_producer(ProducerState &state, Producer *self);
+int serve_producer(ProducerState &state);
 
 // One event on its way to its subscribers: it is serialized when the first one is found, once.
 class Delivery {

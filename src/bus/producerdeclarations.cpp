@@ -4,15 +4,23 @@
 
 #include "bus/producer.hpp"
 
-#include "bus/errors.hpp"
+#include "bus/shortdescription.hpp"
+#include "bus/switchbusclient.hpp"
 #include "model/callbackparams.hpp"
 #include "platform/check.hpp"
+#include "platform/log.hpp"
 
 #include <qandor/switchbusclient.h>
 
 #include <mutex>
 
 using namespace qandor;
+
+namespace {
+
+constexpr const char *declare_method = "com.vemo.Event.Switch.Producer.Declare";
+
+} // namespace
 
 decl_data *ProducerState::find(guint32 local_id)
 {
@@ -30,29 +38,67 @@ void decl_data::cache(std::unique_ptr<event> event)
 
 void ProducerState::declare(guint32 local_id, decl_data &data)
 {
-    if (data.declared)
+    if (data.declared || presence.is_lost())
         return;
-    ArrayOwner bytes(event_declaration_serialize(data.declaration.get()));
-    auto *ticket = tickets_.issue(this, local_id);
+    ArrayOwner array(event_declaration_serialize(data.declaration.get()));
+    Bytes bytes{reinterpret_cast<const guint8 *>(array->data), array->len};
+    const char *object = presence.object.c_str(), *name = presence.name.c_str();
+    if (!presence.bus) {
+        // Which is the critical that a missing connection is.
+        com_vemo_Event_Switch_Producer_declare_async(nullptr, object, name, bytes.data,
+                                                     bytes.length, ignore_answer, nullptr);
+        return;
+    }
+    Ticket *ticket = tickets_.issue(this, local_id);
     data.declared = true;
     data.sending = ticket->sending;
-    com_vemo_Event_Switch_Producer_declare_async(
-        presence.bus, presence.object.c_str(), presence.name.c_str(),
-        reinterpret_cast<const guint8 *>(bytes->data), bytes->len, receive_declare_answer, ticket);
+    declare_call(presence.bus, object, name, bytes)
+        .send(receive_declare_answer, ticket, receive_declare_not_sent);
 }
 
-// A declaration that found no switch counts as not sent, so that the switch learns of it when it
-// comes. An answer to an earlier sending says nothing about a later one.
-int ProducerState::receive_declare_answer(sd_bus_message *reply, void *data, sd_bus_error *error)
+int ProducerState::receive_declare_answer(sd_bus_message *reply, void *ticket, sd_bus_error *)
 {
-    auto *ticket = static_cast<SendTickets<ProducerState>::Ticket *>(data);
+    CHECK(reply != NULL);
+    settle_declare(static_cast<Ticket *>(ticket),
+                   AnnouncementResult::of_answer(reply, declare_method));
+    return 0;
+}
+
+void ProducerState::receive_declare_not_sent(void *ticket, int error)
+{
+    settle_declare(static_cast<Ticket *>(ticket),
+                   AnnouncementResult::of_failed_call(error, declare_method));
+}
+
+// The answer to an earlier sending of a declaration says nothing about a later one.
+void ProducerState::settle_declare(const Ticket *ticket, const AnnouncementResult &result)
+{
     ProducerState &state = *ticket->owner;
     std::lock_guard lock(state.mutex);
-    auto taken = state.tickets_.take_back(ticket);
+    Ticket taken = state.tickets_.take_back(ticket);
     decl_data *record = state.find(taken.id);
-    if (record && record->sending == taken.sending && was_not_delivered(reply))
-        record->declared = false;
-    return ignore_answer(reply, nullptr, error);
+    if (record && record->sending == taken.sending) {
+        if (result.outcome == AnnouncementResult::NotSent)
+            record->declared = false;
+        if (result.outcome == AnnouncementResult::Refused)
+            log_warning("The event switch refuses the declaration %u (%s): %s", taken.id,
+                        short_description(record->declaration->content).c_str(),
+                        result.text.c_str());
+    }
+    if (state.resending_.note(taken.sending, result))
+        state.declare_all();
+}
+
+void ProducerState::try_one()
+{
+    for (auto &[local_id, data] : declared_events) {
+        if (data->declared)
+            continue;
+        declare(local_id, *data);
+        if (data->declared)
+            resending_.set_trial(data->sending);
+        return;
+    }
 }
 
 void ProducerState::declare_all()
@@ -135,7 +181,7 @@ void producer_send_undeclare(Producer *self, decl_data *data)
     std::unique_ptr<decl_data> owner(data);
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
-    if (state.is_known_to_switch(*data))
+    if (state.is_known_to_switch(*data) && !state.presence.is_lost())
         state.tell_to_forget(data->declaration->global_id);
 }
 
@@ -172,11 +218,6 @@ void producer_receive_global_declare_id(Producer *self, guint32 local_id, guint3
         state.tell_to_forget(global_id);
         return;
     }
-    // A declaration that was under way while the switch restarted is declared twice: then the
-    // switch forwards the subscriptions to the later one, and those to the earlier are void.
-    guint32 former_id = data->declaration->global_id;
-    if (former_id != 0 && former_id != global_id)
-        data->subscriptions.clear();
     data->declaration->global_id = global_id;
     data->declaration->producer_id = producer_id;
 }
@@ -196,63 +237,4 @@ void producer_receive_declaration_complete(Producer *self, guint32 local_id, gui
     data = state.find(local_id);
     if (data)
         data->complete_cb = nullptr;
-}
-
-// The application's function runs without the lock.
-int ProducerState::receive_type_answer(sd_bus_message *reply, void *data, sd_bus_error *)
-{
-    auto *asked = static_cast<TypeRequest *>(data);
-    ProducerState &state = *asked->owner;
-    std::list<TypeRequest> taken;
-    {
-        std::lock_guard lock(state.mutex);
-        taken.splice(taken.begin(), state.type_requests_, asked->place);
-    }
-    if (!asked->callback)
-        return 1;
-    int code = sd_bus_message_get_errno(reply);
-    GError *error = code >= 1 ? new_bus_error(code, "Failed to add/remove declaration") : nullptr;
-    asked->callback(asked->type.c_str(), asked->user_data, error);
-    return 1;
-}
-
-void *ProducerState::new_type_request(const gchar *type, producer_declaration_callback callback,
-                                      gpointer callback_data)
-{
-    type_requests_.push_front({this, type ? type : "", callback, callback_data, {}});
-    type_requests_.front().place = type_requests_.begin();
-    return &type_requests_.front();
-}
-
-void ProducerState::add_type(const gchar *type, const event_declaration *declaration,
-                             producer_declaration_callback callback, gpointer callback_data)
-{
-    ArrayOwner bytes(event_declaration_serialize(declaration));
-    com_vemo_Event_Switch_Producer_add_declaration_async(
-        presence.bus, type, reinterpret_cast<const guint8 *>(bytes->data), bytes->len,
-        receive_type_answer, new_type_request(type, callback, callback_data));
-}
-
-void ProducerState::remove_type(const gchar *type, producer_declaration_callback callback,
-                                gpointer callback_data)
-{
-    com_vemo_Event_Switch_Producer_remove_declaration_async(
-        presence.bus, type, receive_type_answer, new_type_request(type, callback, callback_data));
-}
-
-void producer_add_declaration(Producer *self, const gchar *type,
-                              const event_declaration *declaration,
-                              producer_declaration_callback callback, gpointer user_data)
-{
-    ProducerState &state = state_of(self);
-    std::lock_guard lock(state.mutex);
-    state.add_type(type, declaration, callback, user_data);
-}
-
-void producer_remove_declaration(Producer *self, const gchar *type,
-                                 producer_declaration_callback callback, gpointer user_data)
-{
-    ProducerState &state = state_of(self);
-    std::lock_guard lock(state.mutex);
-    state.remove_type(type, callback, user_data);
 }

@@ -95,7 +95,7 @@ const sd_bus_vtable vtable[] = {
 
 } // namespace
 
-int qandor::serve_producer(ProducerState &state, Producer *self)
+int qandor::serve_producer(ProducerState &state)
 {
-    return state.presence.serve("com.vemo.Event.Producer", vtable, self);
+    return state.presence.serve("com.vemo.Event.Producer", vtable);
 }

@@ -4,6 +4,7 @@
 
 #include "bus/producer.hpp"
 
+#include <cerrno>
 #include <mutex>
 
 using namespace qandor;
@@ -30,6 +31,27 @@ void ProducerState::notify_subscriptions_changed()
         if (data->subscriptions.has_visible())
             g_array_append_val(local_ids.get(), local_id);
     subscriptions_changed(local_ids.get(), user_data);
+}
+
+void ProducerState::come_online()
+{
+    resending_.reset();
+    declare_all();
+}
+
+void ProducerState::lose_bus()
+{
+    std::list<TypeRequest> unanswered;
+    {
+        std::lock_guard lock(mutex);
+        presence.lose();
+        tickets_.forget();
+        resending_.reset();
+        unanswered.swap(type_requests_);
+        go_offline();
+    }
+    for (const TypeRequest &request : unanswered)
+        request.tell(ENOTCONN);
 }
 
 void ProducerState::go_offline()

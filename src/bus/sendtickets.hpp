@@ -32,6 +32,8 @@ public:
         tickets_.erase(taken.place);
         return taken;
     }
+    // All calls that were under way have ended.
+    void forget() { tickets_.clear(); }
 
 private:
     std::list<Ticket> tickets_;

@@ -214,16 +214,18 @@ TEST_F(ConsumerSubscriptionTest, AreSubscribedOnce)
     EXPECT_THAT(take_sent(), IsEmpty());
 }
 
-TEST_F(ConsumerSubscriptionTest, AnErrorAnsweredToASubscribeIsIgnored)
+TEST_F(ConsumerSubscriptionTest, ARefusalByTheSwitchIsFinalAndToldOnce)
 {
     event_switch.answer("Subscribe", {.error = SD_BUS_ERROR_LIMITS_EXCEEDED, .text = "too many"});
     LogCapture log;
     Told told;
     subscribe(1, told);
     EXPECT_THAT(take_sent(), ElementsAre("Subscribe(1)"));
+    EXPECT_TRUE(wait_until([&] { return !log.warnings().empty(); }));
     consumer_send_subscribe(consumer, 1);
     EXPECT_THAT(take_sent(), IsEmpty()) << "it counts as sent";
-    EXPECT_THAT(log.warnings(), IsEmpty());
+    EXPECT_THAT(log.warnings(), ElementsAre("The event switch refuses the subscription 1 "
+                                            "(topic0=Device): too many"));
     EXPECT_TRUE(consumer_token_exists(consumer, 1));
 }
 

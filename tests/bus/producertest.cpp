@@ -160,15 +160,17 @@ TEST_F(ProducerDeclarationTest, AreDeclaredOnce)
     EXPECT_THAT(take_sent(), IsEmpty());
 }
 
-TEST_F(ProducerDeclarationTest, AnErrorAnsweredToADeclareIsIgnored)
+TEST_F(ProducerDeclarationTest, ARefusalByTheSwitchIsFinalAndToldOnce)
 {
     event_switch.answer("Declare", {.error = SD_BUS_ERROR_LIMITS_EXCEEDED, .text = "too many"});
     LogCapture log;
     declare(1);
     EXPECT_THAT(take_sent(), ElementsAre("Declare()"));
+    EXPECT_TRUE(wait_until([&] { return !log.warnings().empty(); }));
     producer_send_declare(producer, 1);
     EXPECT_THAT(take_sent(), IsEmpty()) << "it counts as sent";
-    EXPECT_THAT(log.warnings(), IsEmpty());
+    EXPECT_THAT(log.warnings(), ElementsAre("The event switch refuses the declaration 1 "
+                                            "(topic0=Device state): too many"));
 }
 
 TEST_F(ProducerDeclarationTest, AreCompleteOnceTheyHaveAGlobalId)

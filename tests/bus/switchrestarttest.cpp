@@ -241,28 +241,6 @@ TEST_F(ProducerWithoutSwitchTest, IsDeclaredWhenThereIsOne)
     EXPECT_EQ(event_switch.count("Declare"), 1u);
 }
 
-TEST_F(ProducerRestartTest, ADeclareThatNobodyTookIsSentAgain)
-{
-    guint32 id = 0;
-    for (const char *error :
-         {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY}) {
-        SCOPED_TRACE(error);
-        ++id;
-        std::size_t before = event_switch.count("Declare");
-        event_switch.answer("Declare", {.error = error, .text = "nobody there"});
-        declare(id);
-        take_sent();
-        event_switch.answer("Declare", {});
-        EXPECT_TRUE(wait_until([&] {
-            producer_send_declare(producer, id);
-            return event_switch.count("Declare") == before + 2;
-        }));
-        take_sent();
-        producer_send_declare(producer, id);
-        EXPECT_THAT(take_sent(), IsEmpty()) << "that one was taken";
-    }
-}
-
 TEST_F(ProducerWithoutSwitchTest, TheAnswerOfAnEarlierSwitchSaysNothingAboutTheLaterOne)
 {
     auto former = std::make_unique<FakeSwitch>();
@@ -378,28 +356,6 @@ TEST_F(ConsumerRestartTest, ASubscriptionMadeWithoutASwitchIsSentWhenThereIsOne)
     EXPECT_TRUE(wait_until([&] { return event_switch.count("Subscribe") == 1; }));
     settle(event_switch, consumer);
     EXPECT_EQ(event_switch.count("Subscribe"), 1u);
-}
-
-TEST_F(ConsumerRestartTest, ASubscribeThatNobodyTookIsSentAgain)
-{
-    guint32 token = 0;
-    for (const char *error :
-         {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY}) {
-        SCOPED_TRACE(error);
-        ++token;
-        std::size_t before = event_switch.count("Subscribe");
-        event_switch.answer("Subscribe", {.error = error, .text = "nobody there"});
-        subscribe(token);
-        take_sent();
-        event_switch.answer("Subscribe", {});
-        EXPECT_TRUE(wait_until([&] {
-            consumer_send_subscribe(consumer, token);
-            return event_switch.count("Subscribe") == before + 2;
-        }));
-        take_sent();
-        consumer_send_subscribe(consumer, token);
-        EXPECT_THAT(take_sent(), IsEmpty()) << "that one was taken";
-    }
 }
 
 TEST_F(ConsumerRestartTest, TheAnswerOfAnEarlierSwitchSaysNothingAboutTheLaterOne)

@@ -72,6 +72,11 @@ std::optional<int> BusSeam::enter(const char *function)
     calls.emplace_back(function);
     if (on_call)
         on_call(function);
+    return take_failure(function);
+}
+
+std::optional<int> BusSeam::take_failure(const char *function)
+{
     std::deque<Failure> &failures = failures_[function];
     if (failures.empty())
         return std::nullopt;
@@ -143,6 +148,9 @@ int sd_bus_add_object_vtable(sd_bus *bus, sd_bus_slot **slot, const char *path,
 int sd_bus_call_async(sd_bus *bus, sd_bus_slot **slot, sd_bus_message *message,
                       sd_bus_message_handler_t callback, void *userdata, uint64_t timeout)
 {
+    BusSeam *seam = seam_for(CALLER);
+    if (std::optional<int> failure = seam ? seam->take_failure(__func__) : std::nullopt)
+        return *failure;
     return own<decltype(sd_bus_call_async)>(__func__)(bus, slot, message, callback, userdata,
                                                       enter_call(timeout, CALLER));
 }

@@ -52,6 +52,7 @@ public:
     // For the functions that stand in front.
     static BusSeam *current();
     std::optional<int> enter(const char *function);
+    std::optional<int> take_failure(const char *function);
 
 private:
     struct Failure {
