@@ -13,16 +13,74 @@
 #include <qandor/switchbusclient.h>
 
 #include <mutex>
+#include <poll.h>
 
 using namespace qandor;
 
 namespace {
 
-struct QueryState {
+class QueryState {
+public:
+    QueryState() = default;
+    QueryState(const QueryState &) = delete;
+    QueryState &operator=(const QueryState &) = delete;
+
+    // Connects for the first time.
+    bool set_up();
+    // The connection to ask over, a new one when the former has ended; NULL when there is none.
+    sd_bus *working_bus();
+    void disconnect();
+
     RecursiveMutex mutex;
-    sd_bus *bus = nullptr;
-    GSource *source = nullptr;
+
+private:
+    bool connect();
+    bool has_ended() const;
+
+    sd_bus *bus_ = nullptr;
+    GSource *source_ = nullptr;
+    bool is_set_up_ = false;
 };
+
+bool QueryState::set_up()
+{
+    is_set_up_ = true;
+    return connect();
+}
+
+bool QueryState::connect()
+{
+    GError *error = nullptr;
+    if (connect_to_bus_and_attach_events(&source_, &bus_, &error) >= 0)
+        return true;
+    ErrorOwner owner(error);
+    bus_ = nullptr; // it may have been there for a moment
+    return false;
+}
+
+void QueryState::disconnect()
+{
+    if (bus_)
+        disconnect_from_bus_and_detach_events(source_, bus_);
+    bus_ = nullptr;
+}
+
+// The bus may have hung up a moment ago, which sd-bus finds out when it reads.
+bool QueryState::has_ended() const
+{
+    pollfd descriptor = {sd_bus_get_fd(bus_), 0, 0};
+    return sd_bus_is_open(bus_) <= 0 || descriptor.fd < 0 ||
+           (poll(&descriptor, 1, 0) > 0 && descriptor.revents != 0);
+}
+
+sd_bus *QueryState::working_bus()
+{
+    if (bus_ && has_ended())
+        disconnect();
+    if (!bus_ && is_set_up_)
+        connect();
+    return bus_;
+}
 
 } // namespace
 
@@ -47,8 +105,7 @@ static void query_finalize(GObject *object)
     QueryState *state = reinterpret_cast<Query *>(object)->state;
     {
         std::lock_guard lock(state->mutex);
-        if (state->bus)
-            disconnect_from_bus_and_detach_events(state->source, state->bus);
+        state->disconnect();
     }
     delete state;
     G_OBJECT_CLASS(query_parent_class)->finalize(object);
@@ -69,12 +126,8 @@ void query_init_dbus(Query *self)
     RETURN_IF_FAIL(self != NULL);
     QueryState &state = *self->state;
     std::lock_guard lock(state.mutex);
-    GError *error = nullptr;
-    if (connect_to_bus_and_attach_events(&state.source, &state.bus, &error) >= 0)
-        return;
-    ErrorOwner owner(error);
-    state.bus = nullptr; // it may have been there for a moment
-    log_warning("Failed to connect to the bus for Query object");
+    if (!state.set_up())
+        log_warning("Failed to connect to the bus for Query object");
 }
 
 namespace {
@@ -102,8 +155,8 @@ GList *query_send_get_declarations(Query *self)
     BusError error;
     guint8 *data = nullptr;
     gsize length = 0;
-    int r = com_vemo_Event_Switch_Query_get_all_declarations(self->state->bus, error.get(), &data,
-                                                             &length);
+    int r = com_vemo_Event_Switch_Query_get_all_declarations(self->state->working_bus(),
+                                                             error.get(), &data, &length);
     if (r < 0) {
         log_warning("Could not get event declarations: %s", reason(error));
         return nullptr;
@@ -119,8 +172,8 @@ GList *query_send_get_declaration_types(Query *self)
     std::lock_guard lock(self->state->mutex);
     BusError error;
     sd_bus_message *reply = nullptr;
-    int r =
-        com_vemo_Event_Switch_Query_get_declaration_types(self->state->bus, error.get(), &reply);
+    int r = com_vemo_Event_Switch_Query_get_declaration_types(self->state->working_bus(),
+                                                              error.get(), &reply);
     if (r < 0) {
         log_warning("Could not get event declaration types: %s", reason(error));
         return nullptr;

@@ -230,6 +230,45 @@ TEST_F(QueryDeathTest, AskingForDeclarationsWithoutASwitchEndsTheProcess)
         "r >= 0");
 }
 
+TEST_F(QueryTest, TheNextQuestionConnectsAgainAfterARestartOfTheBus)
+{
+    install("a", declaration_of({{"Device"}}));
+    EXPECT_EQ(tree(event_query_get_declaration_type_tree), "Device 0\n");
+    LogCapture log;
+    bus.kill();
+    EXPECT_EQ(tree(event_query_get_declaration_type_tree), "");
+    EXPECT_EQ(tree(event_query_get_topic_tree), "") << "which does not end the process";
+    bus.start();
+    event_switch.kill();
+    event_switch.start();
+    EXPECT_EQ(tree(event_query_get_declaration_type_tree), "Device 0\n");
+    // Without a turn of the main context in between.
+    bus.kill();
+    bus.start();
+    event_switch.kill();
+    event_switch.start();
+    EXPECT_EQ(tree(event_query_get_topic_tree), "");
+    EXPECT_EQ(tree(event_query_get_declaration_type_tree), "Device 0\n");
+}
+
+TEST_F(QueryTest, AHandleThatFoundNoBusConnectsWithALaterQuestion)
+{
+    run_pending();
+    bus.kill();
+    LogCapture log;
+    event_query *early = event_query_new();
+    run_pending();
+    EXPECT_THAT(log.warnings(), ElementsAre("Failed to connect to the bus for Query object"));
+    bus.start();
+    event_switch.kill();
+    event_switch.start();
+    install("a", declaration_of({{"Device"}}));
+    std::swap(query, early);
+    EXPECT_EQ(tree(event_query_get_declaration_type_tree), "Device 0\n");
+    event_query_free(early);
+    run_pending();
+}
+
 // Sees who is on the bus.
 class Onlooker {
 public:
