@@ -10,8 +10,9 @@ namespace qandor {
 
 constexpr guint32 unknown_uid = G_MAXUINT32;
 
-// The sender's user id, the effective one by preference. A sender whose credentials cannot be had
-// ends the process; credentials without a user id are a warning and unknown_uid.
+// The sender's user id, the effective one by preference. A sender that has left the bus and
+// credentials without a user id are a warning and unknown_uid. Any other failure to read them ends
+// the process.
 guint32 get_uid_from_message(sd_bus_message *call);
 
 } // namespace qandor

@@ -19,6 +19,7 @@
 
 using namespace qandor;
 using namespace qandor::test;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -448,7 +449,7 @@ TEST(SendersDeathTest, WantAMessage)
     EXPECT_DEATH(get_uid_from_message(nullptr), "assertion failed: \\(call\\)");
 }
 
-void be_sent_an_event_by_somebody_who_has_left()
+void be_sent_an_event_without_credentials()
 {
     FakeSwitch event_switch;
     BusObject<Consumer> consumer(consumer_new("c"));
@@ -457,11 +458,28 @@ void be_sent_an_event_by_somebody_who_has_left()
     consumer_prepare_subscribe(consumer, 1, new_expression("Device").get(),
                                G_CALLBACK(Seen::secure_event), nullptr, &seen,
                                SUBSCRIPTION_TYPE_SECURE);
+    BusSeam seam;
+    seam.fail("sd_bus_query_sender_creds", -EINVAL);
+    event_switch.call(consumer.address(), "com.vemo.Event.Consumer.Event",
+                      Blob{event_bytes("Device", "on")}, 1u);
+}
+
+TEST(SendersDeathTest, CredentialsThatCannotBeReadEndTheProcess)
+{
+    PrivateBus private_bus;
+    EXPECT_DEATH(be_sent_an_event_without_credentials(), missing_credentials);
+}
+
+TEST_F(SendersTest, AnEventIsDeliveredAlthoughItsSenderHasLeft)
+{
     ObjectAddress object = consumer.address();
+    LogCapture log;
     // The consumer's context must not run before the sender has left, so this waits outside of it.
     RawPeer sender, bystander;
-    sender.send_event(object.name.c_str(), object.path.c_str(), event_bytes("Device", "on"), 1);
-    sender.call("Query.GetAllDeclarations"); // answered behind the event
+    for (int i = 0; i < 20; ++i)
+        sender.send_event(object.name.c_str(), object.path.c_str(), event_bytes("Device", "on"),
+                          secure);
+    sender.call("Query.GetAllDeclarations"); // answered behind the events
     std::string name = sender.name();
     sender.leave();
     auto is_there = [&] {
@@ -472,13 +490,23 @@ void be_sent_an_event_by_somebody_who_has_left()
     };
     while (is_there()) {
     }
-    wait_until([&] { return seen.events == 1; });
+    EXPECT_TRUE(wait_until([&] { return seen.events == 20; }));
+    EXPECT_THAT(seen.uids, Each(G_MAXUINT32));
+    EXPECT_THAT(log.warnings(), Each("Failed to retireve UID of the connection: -6"));
+    EXPECT_EQ(log.warnings().size(), 20u);
 }
 
-TEST(SendersDeathTest, ASenderWhoseCredentialsAreMissingEndsTheProcess)
+TEST_F(SendersTest, ABusThatHasGoneDoesNotEndTheConsumerOfItsLastEvents)
 {
-    PrivateBus private_bus;
-    EXPECT_DEATH(be_sent_an_event_by_somebody_who_has_left(), missing_credentials);
+    ObjectAddress object = consumer.address();
+    LogCapture log;
+    RawPeer sender;
+    sender.send_event(object.name.c_str(), object.path.c_str(), event_bytes("Device", "on"),
+                      secure);
+    sender.call("Query.GetAllDeclarations");
+    private_bus.kill();
+    EXPECT_TRUE(wait_until([&] { return seen.events == 1; }));
+    EXPECT_THAT(seen.uids, ElementsAre(G_MAXUINT32));
 }
 
 } // namespace
