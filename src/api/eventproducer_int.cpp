@@ -48,6 +48,8 @@ void event_producer_int_free(event_producer *event_producer, event_producer_free
     producer_prepare_free(event_producer->producer);
     command_source_post_function(event_producer->commands, [=] {
         producer_send_disconnect(event_producer->producer);
+        // An undeclare that is about to return may keep the instance, on another thread.
+        disconnect_producer(event_producer->producer);
         g_object_unref(event_producer->producer);
         command_source_free(event_producer->commands);
         idgenerator_free(event_producer->idgen);
@@ -153,14 +155,20 @@ gboolean event_producer_int_undeclare(event_producer *event_producer, guint32 lo
 {
     RETURN_VALUE_IF_FAIL(event_producer != NULL, FALSE);
     RETURN_VALUE_IF_FAIL(local_declare_id != 0, FALSE);
+    KeepAlive alive(event_producer->producer);
+    Producer *producer = event_producer->producer;
+    bool lost_subscribers = false;
     auto command = std::make_unique<UndeclareCommand>();
     command->handle = event_producer;
-    command->record.reset(producer_release_declare_id(event_producer->producer, local_declare_id));
+    command->record = state_of(producer).release(local_declare_id, lost_subscribers);
     command->local_id = local_declare_id;
     command->callback = callback;
     command->user_data = user_data;
     bool was_known = command->record != nullptr;
     command_source_post(event_producer->commands, std::move(command));
+    // Last, since the application may free the handle then.
+    if (lost_subscribers)
+        tell_of_release(producer);
     return was_known;
 }
 

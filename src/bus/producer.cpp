@@ -29,6 +29,12 @@ ProducerState &qandor::state_of(Producer *self)
     return *self->state;
 }
 
+void qandor::disconnect_producer(Producer *self)
+{
+    std::lock_guard lock(self->state->mutex);
+    self->state->presence.disconnect();
+}
+
 static void producer_online_handler(gpointer user_data)
 {
     ProducerState &state = state_of(static_cast<Producer *>(user_data));
@@ -112,10 +118,7 @@ static void producer_init(Producer *self)
 static void producer_finalize(GObject *object)
 {
     auto *self = reinterpret_cast<Producer *>(object);
-    {
-        std::lock_guard lock(self->state->mutex);
-        self->state->presence.disconnect();
-    }
+    disconnect_producer(self);
     delete self->state;
     G_OBJECT_CLASS(producer_parent_class)->finalize(object);
 }

@@ -15,6 +15,7 @@
 
 #include <qandor/producer.h>
 
+#include <atomic>
 #include <list>
 #include <memory>
 #include <string>
@@ -49,6 +50,8 @@ public:
     void try_one();
     void tell_to_forget(guint32 global_id);
     void notify_subscriptions_changed();
+    // Takes a declaration out; NULL for an unknown one. The caller tells of lost subscribers.
+    std::unique_ptr<decl_data> release(guint32 local_id, bool &lost_subscribers);
     void send_property(decl_data &data, guint32 subscription_id);
 
     // The application's functions run without the lock.
@@ -58,7 +61,6 @@ public:
                      gpointer callback_data);
 
     void come_online();
-    void release(decl_data &data) { data.released_at = switch_number_; }
     // Whether the switch of today is the one that gave a released declaration its global id.
     bool is_known_to_switch(const decl_data &data) const
     {
@@ -72,6 +74,7 @@ public:
     producer_ids_callback subscriptions_changed = nullptr;
     gpointer user_data = nullptr;
     std::unordered_map<guint32, std::unique_ptr<decl_data>> declared_events;
+    std::atomic<GThread *> main_thread = nullptr; // on which subscriptions come
 
 private:
     // Whom to tell how installing or removing a type went. Those that are never answered end with
@@ -102,6 +105,13 @@ private:
 };
 
 ProducerState &state_of(Producer *self);
+
+// Ends the connection; with the instance if not before.
+void disconnect_producer(Producer *self);
+
+// Tells that a release has cost a declaration its subscribers: at once on the thread of the main
+// context, and any other thread leaves it to that one. The application may free the handle then.
+void tell_of_release(Producer *self);
 
 // Serves the instance's object; a negative errno on failure.
 int serve_producer(ProducerState &state);

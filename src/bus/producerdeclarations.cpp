@@ -157,22 +157,29 @@ gboolean producer_declaration_complete(Producer *self, guint32 local_id)
     return data && data->declaration->global_id != 0;
 }
 
-decl_data *producer_release_declare_id(Producer *self, guint32 local_id)
+std::unique_ptr<decl_data> ProducerState::release(guint32 local_id, bool &lost_subscribers)
 {
-    ProducerState &state = state_of(self);
-    std::lock_guard lock(state.mutex);
-    auto node = state.declared_events.extract(local_id);
+    std::lock_guard lock(mutex);
+    auto node = declared_events.extract(local_id);
     if (!node)
         return nullptr;
     std::unique_ptr<decl_data> data = std::move(node.mapped());
-    bool was_visible = data->subscriptions.has_visible();
-    state.release(*data);
+    lost_subscribers = data->subscriptions.has_visible();
+    data->released_at = switch_number_;
     data->subscriptions.clear();
     drop_property_callback(*data->declaration);
     data->complete_cb = nullptr;
     data->complete_data = nullptr;
-    if (was_visible)
-        state.notify_subscriptions_changed();
+    return data;
+}
+
+decl_data *producer_release_declare_id(Producer *self, guint32 local_id)
+{
+    KeepAlive alive(self);
+    bool lost_subscribers = false;
+    std::unique_ptr<decl_data> data = state_of(self).release(local_id, lost_subscribers);
+    if (lost_subscribers)
+        tell_of_release(self);
     return data.release();
 }
 

@@ -33,6 +33,42 @@ void ProducerState::notify_subscriptions_changed()
     subscriptions_changed(local_ids.get(), user_data);
 }
 
+static void notify(gpointer self)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(self));
+    std::lock_guard lock(state.mutex);
+    state.notify_subscriptions_changed();
+}
+
+static void notify_on_main_thread(Producer *self)
+{
+    MainSourceOwner source(g_idle_source_new());
+    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
+    g_source_set_callback(
+        source.get(),
+        [](gpointer producer) -> gboolean {
+            notify(producer);
+            return G_SOURCE_REMOVE;
+        },
+        g_object_ref(self), g_object_unref);
+    g_source_attach(source.get(), nullptr);
+}
+
+// The thread that owns the main context is its thread. Between two iterations nobody owns it; then
+// it is that of the thread that iterated it last, as far as this producer has seen.
+void qandor::tell_of_release(Producer *self)
+{
+    KeepAlive alive(self);
+    bool may_be_main_thread =
+        g_main_context_is_owner(nullptr) || state_of(self).main_thread.load() == g_thread_self();
+    if (!may_be_main_thread || !g_main_context_acquire(nullptr)) {
+        notify_on_main_thread(self);
+        return;
+    }
+    notify(self);
+    g_main_context_release(nullptr);
+}
+
 void ProducerState::come_online()
 {
     resending_.reset();
@@ -73,6 +109,7 @@ void producer_receive_subscribe(Producer *self, GArray *array, guint32 local_id)
     decl_data *data = state.find(local_id);
     if (!data)
         return;
+    state.main_thread = g_thread_self();
     std::unique_ptr<subscribe_expression> expression(subscribe_expression_deserialize(array));
     guint32 subscription_id = expression->id;
     bool is_first = !expression->clandestine && !data->subscriptions.has_visible();

@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <thread>
 #include <utility>
 
 using namespace qandor::test;
@@ -112,6 +114,101 @@ TEST_F(LifetimeTest, AProducerThatIsBeingFreedCallsNoCompletionFunction)
     producer_receive_declaration_complete(producer, 1, 1);
     EXPECT_FALSE(called);
     g_object_unref(producer);
+}
+
+// A producer whose declaration has a subscriber, which is told of changes.
+class ReleaseTest : public LifetimeTest {
+protected:
+    ReleaseTest()
+    {
+        event_consumer_subscribe(
+            consumer, new_expression("Device").get(),
+            [](event *event, gpointer) { event_free(event); }, nullptr);
+        EXPECT_TRUE(wait_until([&] { return last_told == 1; }));
+    }
+    ~ReleaseTest() override { EXPECT_TRUE(free_and_wait(consumer)); }
+
+    static void take_change(GArray *ids, gpointer data)
+    {
+        auto *self = static_cast<ReleaseTest *>(data);
+        self->last_told = static_cast<int>(ids->len);
+        self->told_on = std::this_thread::get_id();
+        if (self->on_change)
+            self->on_change();
+    }
+    // Frees it and does not come back before it is gone.
+    void free_producer()
+    {
+        event_producer *freed = std::exchange(producer, nullptr);
+        EXPECT_TRUE(!freed || free_and_wait(freed));
+    }
+
+    int last_told = -1; // the number of declarations with subscribers
+    std::thread::id told_on;
+    std::function<void()> on_change;
+    event_producer *producer = event_producer_new_full("producer", take_change, this);
+    event_consumer *consumer = event_consumer_new("consumer");
+    guint32 id = event_producer_declare(producer, new_declaration("Device").get());
+};
+
+TEST_F(ReleaseTest, TellsAtOnceOnTheMainThread)
+{
+    EXPECT_TRUE(event_producer_undeclare(producer, id));
+    EXPECT_EQ(last_told, 0);
+    EXPECT_EQ(told_on, std::this_thread::get_id());
+    free_producer();
+}
+
+TEST_F(ReleaseTest, TellsAtOnceWithinTheMainLoop)
+{
+    bool told_at_once = false;
+    auto undeclare = [&] {
+        event_producer_undeclare(producer, id);
+        told_at_once = last_told == 0;
+    };
+    std::function<void()> call = undeclare;
+    g_idle_add(
+        [](gpointer function) -> gboolean {
+            (*static_cast<std::function<void()> *>(function))();
+            return G_SOURCE_REMOVE;
+        },
+        &call);
+    EXPECT_TRUE(wait_until([&] { return last_told == 0; }));
+    EXPECT_TRUE(told_at_once);
+    free_producer();
+}
+
+TEST_F(ReleaseTest, TellsOnTheMainThreadOfAReleaseOnAnother)
+{
+    std::thread worker([&] { EXPECT_TRUE(event_producer_undeclare(producer, id)); });
+    worker.join();
+    EXPECT_EQ(last_told, 1) << "not on the worker's thread";
+    EXPECT_TRUE(wait_until([&] { return last_told == 0; }));
+    EXPECT_EQ(told_on, std::this_thread::get_id());
+    free_producer();
+}
+
+TEST_F(ReleaseTest, ToldOfAReleaseTheApplicationMayFreeTheProducerAndIterateUntilItIsGone)
+{
+    on_change = [&] { free_producer(); };
+    EXPECT_TRUE(event_producer_undeclare(producer, id));
+    EXPECT_EQ(producer, nullptr);
+}
+
+TEST_F(ReleaseTest, ToldOfAReleaseOnAnotherThreadTheApplicationMayFreeTheProducer)
+{
+    on_change = [&] { free_producer(); };
+    std::thread worker([&] { EXPECT_TRUE(event_producer_undeclare(producer, id)); });
+    EXPECT_TRUE(wait_until([&] { return producer == nullptr; }));
+    worker.join();
+}
+
+TEST_F(ReleaseTest, TellsNothingOfAReleaseOnceTheProducerIsBeingFreed)
+{
+    std::thread worker([&] { EXPECT_TRUE(event_producer_undeclare(producer, id)); });
+    worker.join();
+    free_producer();
+    EXPECT_EQ(last_told, 1);
 }
 
 // The new switch may have given the old id to somebody who lives.
