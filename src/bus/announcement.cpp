@@ -56,7 +56,7 @@ bool Resending::note(guint64 sending, const AnnouncementResult &result)
     if (!result.text.empty() && !std::exchange(told_, true))
         log_warning("%s", result.text.c_str());
     if (trial_ == 0)
-        timer_.start(try_one_, instance_);
+        timer_.start();
     return false;
 }
 

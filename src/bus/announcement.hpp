@@ -35,8 +35,8 @@ struct AnnouncementResult {
 class Resending {
 public:
     // Calls try_one(instance), after a pause, to send one of what is unsent.
-    Resending(RetryTimer::Function try_one, gpointer instance)
-        : try_one_(try_one), instance_(instance)
+    Resending(MainTimer::Function try_one, gpointer instance)
+        : timer_(shortest_pause_msec, longest_pause_msec, try_one, instance)
     {
     }
 
@@ -51,11 +51,9 @@ private:
     static constexpr guint shortest_pause_msec = 250;
     static constexpr guint longest_pause_msec = 10000;
 
-    RetryTimer::Function try_one_;
-    gpointer instance_;
     guint64 trial_ = 0;
     bool told_ = false;
-    RetryTimer timer_{shortest_pause_msec, longest_pause_msec};
+    RetryTimer timer_;
 };
 
 } // namespace qandor

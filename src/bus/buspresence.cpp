@@ -71,11 +71,6 @@ void BusPresence::lose()
     connect_later();
 }
 
-void BusPresence::connect_later()
-{
-    timer_.start(owner_.connect_again, owner_.instance);
-}
-
 void BusPresence::disconnect()
 {
     timer_.stop();

@@ -40,7 +40,8 @@ public:
     };
 
     explicit BusPresence(const Owner &owner)
-        : owner_(owner), watcher_{owner.online, owner.offline, owner.instance}
+        : owner_(owner), watcher_{owner.online, owner.offline, owner.instance},
+          timer_(shortest_pause_msec, longest_pause_msec, owner.connect_again, owner.instance)
     {
     }
     BusPresence(const BusPresence &) = delete;
@@ -54,7 +55,7 @@ public:
 
     // Lets go of a connection that has ended, says so and connects again later.
     void lose();
-    void connect_later();
+    void connect_later() { timer_.start(); }
     // Whether there was a connection and there will be one again: until then nothing is sent.
     bool is_lost() const { return !bus && was_up_; }
 
@@ -76,7 +77,7 @@ private:
     GSource *source_ = nullptr;
     bus_driver_watcher watcher_;
     bool was_up_ = false;
-    RetryTimer timer_{shortest_pause_msec, longest_pause_msec};
+    RetryTimer timer_;
 };
 
 // Keeps an instance while the application's functions run, which may free the handle it belongs to

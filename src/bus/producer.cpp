@@ -70,10 +70,17 @@ static void producer_try_one(gpointer user_data)
     state.try_one();
 }
 
+static void producer_let_go(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.deliver_held();
+}
+
 ProducerState::ProducerState(Producer *instance)
     : presence({"producer", instance, producer_online_handler, producer_offline_handler,
                 producer_lost_handler, producer_connect_again}),
-      resending_(producer_try_one, instance)
+      resending_(producer_try_one, instance), held_timer_(producer_let_go, instance)
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));
     presence.object = object.get();
@@ -143,6 +150,7 @@ void producer_send_disconnect(Producer *self)
 {
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    state.deliver_all_held();
     if (state.presence.is_lost())
         return;
     com_vemo_Event_Switch_Producer_disconnect_async(

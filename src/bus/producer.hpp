@@ -7,6 +7,8 @@
 #include "bus/buspresence.hpp"
 #include "bus/eventcall.hpp"
 #include "bus/forwardedsubscriptions.hpp"
+#include "bus/heldevents.hpp"
+#include "bus/maintimer.hpp"
 #include "bus/sendtickets.hpp"
 #include "messages/event.hpp"
 #include "messages/eventdeclaration.hpp"
@@ -29,6 +31,8 @@ struct decl_data {
     producer_complete_callback complete_cb = nullptr;
     gpointer complete_data = nullptr;
     std::unique_ptr<event> cached_event; // a property's last state
+    bool returning = false;              // known to a former switch, not yet complete at this one
+    std::deque<qandor::HeldEvent> held;  // of a released one
     qandor::ForwardedSubscriptions subscriptions;
 
     void cache(std::unique_ptr<event> event);
@@ -59,6 +63,14 @@ public:
                   producer_declaration_callback callback, gpointer callback_data);
     void remove_type(const gchar *type, producer_declaration_callback callback,
                      gpointer callback_data);
+
+    // Delivers an event now or, while the switch returns, in its turn.
+    void deliver(decl_data &data, const event &event);
+    // Delivers the events that no longer have to wait.
+    void deliver_held();
+    // Delivers all that wait, of this declaration.
+    void deliver_held_of(decl_data &released);
+    void deliver_all_held();
 
     void come_online();
     // Whether the switch of today is the one that gave a released declaration its global id.
@@ -97,10 +109,18 @@ private:
     static void settle_declare(const Ticket *ticket, const AnnouncementResult &result);
     static int receive_type_answer(sd_bus_message *reply, void *request, sd_bus_error *error);
     TypeRequest *new_type_request(const TypeRequest &request);
+    bool has_to_wait(const decl_data &data, const event &event) const;
+    void hold(const event &event);
+    bool holds_too_much() const;
+    void let_go(decl_data &data, HeldEvent held, bool is_complete);
+    void tell_of_lost_events();
 
     guint switch_number_ = 0; // counts the switches that went away
     SendTickets<ProducerState> tickets_;
     Resending resending_;
+    HeldEvents held_;
+    guint not_waited_for_ = 0; // held events that were let go too early, not yet told
+    MainTimer held_timer_;
     std::list<TypeRequest> type_requests_;
 };
 

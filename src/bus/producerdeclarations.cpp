@@ -166,7 +166,9 @@ std::unique_ptr<decl_data> ProducerState::release(guint32 local_id, bool &lost_s
     std::unique_ptr<decl_data> data = std::move(node.mapped());
     lost_subscribers = data->subscriptions.has_visible();
     data->released_at = switch_number_;
-    data->subscriptions.clear();
+    data->held = held_.take(local_id);
+    if (data->held.empty())
+        data->subscriptions.clear();
     drop_property_callback(*data->declaration);
     data->complete_cb = nullptr;
     data->complete_data = nullptr;
@@ -188,6 +190,7 @@ void producer_send_undeclare(Producer *self, decl_data *data)
     std::unique_ptr<decl_data> owner(data);
     ProducerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
+    state.deliver_held_of(*data);
     if (state.is_known_to_switch(*data) && !state.presence.is_lost())
         state.tell_to_forget(data->declaration->global_id);
 }
@@ -238,6 +241,8 @@ void producer_receive_declaration_complete(Producer *self, guint32 local_id, gui
         state.tell_to_forget(global_id);
         return;
     }
+    data->returning = false;
+    state.deliver_held();
     if (!data->complete_cb)
         return;
     data->complete_cb(local_id, data->complete_data);

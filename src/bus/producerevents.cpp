@@ -74,9 +74,6 @@ gboolean producer_send_event(Producer *self, const event *event, GError **error)
         last_state->producer_id = data->declaration->producer_id;
         data->cache(std::move(last_state));
     }
-
-    Delivery delivery(state.presence.bus, *event);
-    data->subscriptions.for_each_satisfied(
-        *event, [&](const subscribe_expression &subscription) { delivery.to(subscription); });
+    state.deliver(*data, *event);
     return TRUE;
 }

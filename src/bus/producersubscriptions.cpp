@@ -13,6 +13,7 @@ void decl_data::forget_switch()
 {
     subscriptions.clear();
     declared = false;
+    returning = returning || declaration->global_id != 0;
     declaration->global_id = 0;
     declaration->producer_id = 0;
     // A state that is sent again later carries the ids that are valid then.

@@ -5,39 +5,31 @@
 // again.
 #pragma once
 
-#include "platform/owners.hpp"
+#include "bus/maintimer.hpp"
 
 namespace qandor {
 
 class RetryTimer {
 public:
-    using Function = void (*)(gpointer data);
-
-    RetryTimer(guint shortest_msec, guint longest_msec)
-        : shortest_(shortest_msec), longest_(longest_msec), next_(shortest_msec)
+    // The times are in milliseconds. After a pause function(data) is called, on the default main
+    // context; it may destroy the timer.
+    RetryTimer(guint shortest, guint longest, MainTimer::Function function, gpointer data)
+        : shortest_(shortest), longest_(longest), next_(shortest), timer_(function, data)
     {
     }
-    RetryTimer(const RetryTimer &) = delete;
-    RetryTimer &operator=(const RetryTimer &) = delete;
-    ~RetryTimer() { stop(); }
 
-    // Calls the function once after the pause, on the default main context. It may destroy the
-    // timer. Nothing changes while the timer runs already.
-    void start(Function function, gpointer data);
-    void stop();
+    // Begins a pause, unless there is one already.
+    void start();
+    void stop() { timer_.stop(); }
     // Stops it, and begins again with the shortest pause.
     void reset();
 
 private:
-    static gboolean run(gpointer self);
-
     guint shortest_;
     guint longest_;
     guint next_;
     gint64 started_at_ = 0;
-    MainSourceOwner source_;
-    Function function_ = nullptr;
-    gpointer data_ = nullptr;
+    MainTimer timer_;
 };
 
 } // namespace qandor

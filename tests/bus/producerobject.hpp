@@ -31,6 +31,12 @@ protected:
         event_switch.call(producer.address(), "com.vemo.Event.Producer.GlobalDeclareId", id,
                           10 * id, guint32(500));
     }
+    // The switch has forwarded all subscriptions to it.
+    void complete(guint32 id)
+    {
+        event_switch.call(producer.address(), "com.vemo.Event.Producer.DeclarationComplete", id,
+                          10 * id);
+    }
     Forwarded subscription(guint32 id, guint32 token) const
     {
         return {id, token, event_switch.unique_name()};

@@ -157,6 +157,7 @@ TEST_F(ProducerDeliveryTest, ManySubscribersAreGoneWithTheSwitch)
     ASSERT_TRUE(wait_until([&] { return event_switch.count("Declare") == 2; }));
     make_known(1);
     subscribe(1, subscription(7, 9));
+    complete(1);
     take_sent();
     send(1, "on");
     EXPECT_THAT(take_states(), ElementsAre("9:on"));

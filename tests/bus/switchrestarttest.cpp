@@ -3,6 +3,7 @@
 // Producers and consumers while the switch goes and comes back, or is not there to begin with.
 
 #include "bus/producerobject.hpp"
+#include "support/logcapture.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -91,8 +92,157 @@ TEST_F(ProducerRestartTest, ServesTheSubscriptionsThatTheNewSwitchForwards)
     come();
     make_known(1);
     subscribe(1, subscription(3, 4));
+    complete(1);
     take_sent();
     send(1, "on");
+    EXPECT_THAT(take_states(), ElementsAre("4:on"));
+}
+
+// Events while the switch returns.
+
+class ProducerReturnTest : public ProducerRestartTest {
+protected:
+    ProducerReturnTest()
+    {
+        declare_known(1);
+        declare_known(2);
+        subscribe(1, subscription(7, 9));
+    }
+    void restart()
+    {
+        go();
+        come();
+        take_sent();
+    }
+
+    LogCapture log;
+};
+
+TEST_F(ProducerReturnTest, WaitForTheSubscriptionsThatTheSwitchForwards)
+{
+    restart();
+    make_known(1);
+    send(1, "first");
+    subscribe(1, subscription(3, 4));
+    send(1, "second");
+    EXPECT_THAT(take_states(), IsEmpty());
+    subscribe(1, subscription(5, 6));
+    complete(1);
+    EXPECT_THAT(take_states(), ElementsAre("4:first", "6:first", "4:second", "6:second"));
+    send(1, "third");
+    EXPECT_THAT(take_states(), ElementsAre("4:third", "6:third"));
+    EXPECT_THAT(log.warnings(), IsEmpty());
+}
+
+TEST_F(ProducerReturnTest, CarryTheNewIds)
+{
+    Owned<event> accepted = new_event(1, "accepted before");
+    go();
+    EXPECT_TRUE(producer_send_event(producer, accepted.get(), nullptr));
+    come();
+    event_switch.call(producer.address(), "com.vemo.Event.Producer.GlobalDeclareId", 1u, 77u, 78u);
+    subscribe(1, subscription(3, 4));
+    take_sent();
+    complete(1);
+    std::vector<SwitchCall> calls = take_calls();
+    ASSERT_THAT(texts_of(calls), ElementsAre("Event(4)"));
+    Owned<event> sent = read_event(calls[0].bytes);
+    EXPECT_STREQ(event_get_value(sent.get(), "state"), "accepted before");
+    EXPECT_EQ(event_get_global_id(sent.get()), 77u);
+    EXPECT_EQ(event_get_producer_id(sent.get()), 78u);
+}
+
+TEST_F(ProducerReturnTest, AreNotOvertakenByThoseOfOtherDeclarations)
+{
+    restart();
+    make_known(1);
+    make_known(2);
+    subscribe(1, subscription(3, 4));
+    subscribe(2, subscription(5, 6));
+    complete(2);
+    send(1, "first");
+    send(2, "second");
+    EXPECT_THAT(take_states(), IsEmpty());
+    complete(1);
+    EXPECT_THAT(take_states(), ElementsAre("4:first", "6:second"));
+}
+
+TEST_F(ProducerReturnTest, WaitForNoLongerThanASecond)
+{
+    restart();
+    make_known(1);
+    subscribe(1, subscription(3, 4));
+    take_sent();
+    send(1, "on");
+    EXPECT_THAT(take_sent(), IsEmpty());
+    EXPECT_TRUE(wait_until([&] { return event_switch.count("Event") == 1; }));
+    EXPECT_THAT(log.warnings(),
+                ElementsAre("The event switch did not return in time: 1 events of the producer "
+                            "\"producer\" missed the subscribers that it had not announced yet"));
+    take_sent();
+    send(1, "later");
+    EXPECT_THAT(take_states(), ElementsAre("4:later")) << "the switch has had its time";
+}
+
+TEST_F(ProducerReturnTest, AreDroppedWithAWordWhenTheSwitchDoesNotReturn)
+{
+    Owned<event> accepted = new_event(1, "accepted before");
+    go();
+    EXPECT_TRUE(producer_send_event(producer, accepted.get(), nullptr));
+    EXPECT_TRUE(producer_send_event(producer, accepted.get(), nullptr));
+    EXPECT_TRUE(wait_until([&] { return !log.warnings().empty(); }));
+    EXPECT_THAT(log.warnings(), ElementsAre(testing::HasSubstr(" 2 events of the producer ")));
+    come();
+    make_known(1);
+    subscribe(1, subscription(3, 4));
+    complete(1);
+    EXPECT_THAT(take_states(), IsEmpty());
+}
+
+TEST_F(ProducerReturnTest, DoNotWaitWhenTheyAreUndeclared)
+{
+    restart();
+    make_known(1);
+    make_known(2);
+    subscribe(1, subscription(3, 4));
+    send(1, "last");
+    send(2, "of another one");
+    take_sent();
+    release(1);
+    EXPECT_THAT(take_sent(), ElementsAre("Event(4)", "Undeclare(10)"));
+    complete(2);
+    EXPECT_THAT(changes.back(), Ids{});
+}
+
+TEST_F(ProducerReturnTest, DoNotWaitWhenTheProducerLeaves)
+{
+    restart();
+    make_known(1);
+    subscribe(1, subscription(3, 4));
+    send(1, "last");
+    take_sent();
+    producer_send_disconnect(producer);
+    EXPECT_THAT(take_sent(), ElementsAre("Event(4)", "Disconnect()"));
+}
+
+TEST_F(ProducerReturnTest, NeverWaitAtTheFirstDeclaration)
+{
+    declare(3);
+    event_switch.call(producer.address(), "com.vemo.Event.Producer.GlobalDeclareId", 3u, 30u, 1u);
+    subscribe(3, subscription(3, 4));
+    take_sent();
+    send(3, "on");
+    EXPECT_THAT(take_states(), ElementsAre("4:on"));
+}
+
+TEST_F(ProducerReturnTest, PropertiesDoNotWait)
+{
+    declare_known(3, true);
+    restart();
+    make_known(3);
+    subscribe(3, subscription(3, 4));
+    take_sent();
+    send(3, "on");
     EXPECT_THAT(take_states(), ElementsAre("4:on"));
 }
 

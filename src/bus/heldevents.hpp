@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Plain events that wait while the switch returns.
+//
+//     switch goes      GlobalDeclareId    Subscribe, ...    DeclarationComplete
+//     ----|------------------|------------------------------------|------------> time
+//         |    refused       |   accepted, wait here              | delivered, in order
+//
+// Between the global id and the completion the switch forwards the subscriptions: an event that was
+// delivered in between would miss those that are still to come. What was accepted before the switch
+// went and was not yet delivered waits as well. No event waits longer than a second.
+#pragma once
+
+#include "messages/event.hpp"
+
+#include <deque>
+#include <memory>
+
+namespace qandor {
+
+struct HeldEvent {
+    std::unique_ptr<event> content;
+    std::size_t size; // bytes that it takes, about
+    gint64 deadline;
+};
+
+class HeldEvents {
+public:
+    bool empty() const { return events_.empty(); }
+    std::size_t bytes() const { return bytes_; }
+    const HeldEvent &first() const { return events_.front(); }
+
+    void push(const event &event);
+    HeldEvent pop();
+    // Takes out those of one declaration.
+    std::deque<HeldEvent> take(guint32 local_id);
+
+private:
+    std::deque<HeldEvent> events_;
+    std::size_t bytes_ = 0;
+};
+
+} // namespace qandor
