@@ -27,6 +27,13 @@ public:
     // Whether somebody has subscribed who is to be seen.
     bool has_visible() const { return visible_ > 0; }
 
+    // Visits all, in their order.
+    template <class Visit> void for_each(const Visit &visit) const
+    {
+        for (const Filed &filed : filed_)
+            visit(*filed.subscription);
+    }
+
     // Visits those that the event satisfies.
     template <class Visit> void for_each_satisfied(const event &event, const Visit &visit)
     {

@@ -27,11 +27,17 @@ struct HeldEvent {
 class HeldEvents {
 public:
     bool empty() const { return events_.empty(); }
+    std::size_t size() const { return events_.size(); }
     std::size_t bytes() const { return bytes_; }
     const HeldEvent &first() const { return events_.front(); }
 
     void push(const event &event);
     HeldEvent pop();
+    template <class Visit> void for_each(const Visit &visit) const
+    {
+        for (const HeldEvent &held : events_)
+            visit(*held.content);
+    }
     // Takes out those of one declaration.
     std::deque<HeldEvent> take(guint32 local_id);
 

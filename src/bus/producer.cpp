@@ -77,10 +77,18 @@ static void producer_let_go(gpointer user_data)
     state.deliver_held();
 }
 
+static void producer_give_up_former(gpointer user_data)
+{
+    ProducerState &state = state_of(static_cast<Producer *>(user_data));
+    std::lock_guard lock(state.mutex);
+    state.give_up_former();
+}
+
 ProducerState::ProducerState(Producer *instance)
     : presence({"producer", instance, producer_online_handler, producer_offline_handler,
                 producer_lost_handler, producer_connect_again}),
-      resending_(producer_try_one, instance), held_timer_(producer_let_go, instance)
+      resending_(producer_try_one, instance), held_timer_(producer_let_go, instance),
+      former_timer_(producer_give_up_former, instance)
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));
     presence.object = object.get();

@@ -6,6 +6,7 @@
 #include "bus/announcement.hpp"
 #include "bus/buspresence.hpp"
 #include "bus/eventcall.hpp"
+#include "bus/formersubscribers.hpp"
 #include "bus/forwardedsubscriptions.hpp"
 #include "bus/heldevents.hpp"
 #include "bus/maintimer.hpp"
@@ -33,6 +34,7 @@ struct decl_data {
     std::unique_ptr<event> cached_event; // a property's last state
     bool returning = false;              // known to a former switch, not yet complete at this one
     std::deque<qandor::HeldEvent> held;  // of a released one
+    qandor::FormerSubscribers former;
     qandor::ForwardedSubscriptions subscriptions;
 
     void cache(std::unique_ptr<event> event);
@@ -71,6 +73,12 @@ public:
     // Delivers all that wait, of this declaration.
     void deliver_held_of(decl_data &released);
     void deliver_all_held();
+    // The switch has announced all that it knows to this declaration.
+    void complete(decl_data &data);
+    // A subscriber is there, perhaps one that had been there before.
+    void welcome(decl_data &data, guint32 subscription_id);
+    // Waits no longer for subscribers whose time is over.
+    void give_up_former();
 
     void come_online();
     // Whether the switch of today is the one that gave a released declaration its global id.
@@ -113,6 +121,8 @@ private:
     void hold(const event &event);
     bool holds_too_much() const;
     void let_go(decl_data &data, HeldEvent held, bool is_complete);
+    void deliver_to_all(decl_data &data, const event &event);
+    void start_former_timer();
     void tell_of_lost_events();
 
     guint switch_number_ = 0; // counts the switches that went away
@@ -121,6 +131,7 @@ private:
     HeldEvents held_;
     guint not_waited_for_ = 0; // held events that were let go too early, not yet told
     MainTimer held_timer_;
+    MainTimer former_timer_;
     std::list<TypeRequest> type_requests_;
 };
 

@@ -241,8 +241,7 @@ void producer_receive_declaration_complete(Producer *self, guint32 local_id, gui
         state.tell_to_forget(global_id);
         return;
     }
-    data->returning = false;
-    state.deliver_held();
+    state.complete(*data);
     if (!data->complete_cb)
         return;
     data->complete_cb(local_id, data->complete_data);

@@ -7,18 +7,18 @@
 #include "bus/callwindow.hpp"
 #include "platform/log.hpp"
 
+#include <algorithm>
+
 using namespace qandor;
 
-namespace {
-
-void deliver_to_all(sd_bus *bus, decl_data &data, const event &event)
+void ProducerState::deliver_to_all(decl_data &data, const event &event)
 {
-    Delivery delivery(bus, event);
+    Delivery delivery(presence.bus, event);
     data.subscriptions.for_each_satisfied(
         event, [&](const subscribe_expression &subscription) { delivery.to(subscription); });
+    if (!event.property)
+        data.former.keep(event);
 }
-
-} // namespace
 
 // An event without an id was sent while there was no switch. While others wait a later one must not
 // overtake them, whatever its declaration.
@@ -32,7 +32,7 @@ void ProducerState::deliver(decl_data &data, const event &event)
     if (has_to_wait(data, event))
         hold(event);
     else
-        deliver_to_all(presence.bus, data, event);
+        deliver_to_all(data, event);
 }
 
 bool ProducerState::holds_too_much() const
@@ -60,7 +60,7 @@ void ProducerState::let_go(decl_data &data, HeldEvent held, bool is_complete)
     event.producer_id = data.declaration->producer_id;
     not_waited_for_ += is_complete ? 0 : 1;
     if (presence.bus && event.global_id != 0)
-        deliver_to_all(presence.bus, data, event);
+        deliver_to_all(data, event);
 }
 
 void ProducerState::deliver_held()
@@ -86,6 +86,52 @@ void ProducerState::deliver_held()
 }
 
 // Its subscriptions are those of the switch by which it was released.
+void ProducerState::complete(decl_data &data)
+{
+    data.returning = false;
+    deliver_held();
+    if (data.former.empty())
+        return;
+    data.former.wait();
+    start_former_timer();
+}
+
+void ProducerState::welcome(decl_data &data, guint32 subscription_id)
+{
+    const subscribe_expression &subscription = *data.subscriptions.find(subscription_id);
+    if (data.former.empty() || !data.former.take_back(subscription))
+        return;
+    data.former.for_each_kept([&](const event &event) {
+        if (event_contains(&event, &subscription))
+            Delivery(presence.bus, event).to(subscription);
+    });
+    if (data.former.empty())
+        data.former.give_up();
+}
+
+void ProducerState::start_former_timer()
+{
+    gint64 earliest = G_MAXINT64;
+    for (const auto &[local_id, data] : declared_events)
+        earliest = std::min(earliest, data->former.deadline());
+    if (earliest != G_MAXINT64)
+        former_timer_.start(earliest);
+}
+
+void ProducerState::give_up_former()
+{
+    gint64 now = g_get_monotonic_time();
+    guint missed = 0;
+    for (auto &[local_id, data] : declared_events)
+        if (now >= data->former.deadline())
+            missed += data->former.give_up();
+    start_former_timer();
+    if (missed > 0)
+        log_warning("Subscribers of the producer \"%s\" have not come back since the event switch "
+                    "returned: %u events may have missed them",
+                    presence.name.c_str(), missed);
+}
+
 void ProducerState::deliver_held_of(decl_data &released)
 {
     if (released.released_at != switch_number_)

@@ -11,6 +11,8 @@ using namespace qandor;
 
 void decl_data::forget_switch()
 {
+    if (!declaration->property)
+        former.remember(subscriptions);
     subscriptions.clear();
     declared = false;
     returning = returning || declaration->global_id != 0;
@@ -86,6 +88,8 @@ void ProducerState::lose_bus()
         resending_.reset();
         unanswered.swap(type_requests_);
         go_offline();
+        for (auto &[local_id, data] : declared_events)
+            data->former.forget_names();
     }
     for (const TypeRequest &request : unanswered)
         request.tell(ENOTCONN);
@@ -115,6 +119,7 @@ void producer_receive_subscribe(Producer *self, GArray *array, guint32 local_id)
     guint32 subscription_id = expression->id;
     bool is_first = !expression->clandestine && !data->subscriptions.has_visible();
     data->subscriptions.add(std::move(expression));
+    state.welcome(*data, subscription_id);
     if (is_first)
         state.notify_subscriptions_changed();
 

@@ -134,6 +134,40 @@ TEST_F(ProducerReturnTest, WaitForTheSubscriptionsThatTheSwitchForwards)
     EXPECT_THAT(log.warnings(), IsEmpty());
 }
 
+TEST_F(ProducerReturnTest, AreKeptForASubscriberThatIsNotBackYet)
+{
+    subscribe(1, subscription(8, 10));
+    restart();
+    make_known(1);
+    send(1, "first");
+    subscribe(1, subscription(3, 10));
+    complete(1);
+    send(1, "second");
+    EXPECT_THAT(take_states(), ElementsAre("10:first", "10:second"));
+    subscribe(1, subscription(4, 11));
+    EXPECT_THAT(take_states(), IsEmpty()) << "that one is new";
+    subscribe(1, subscription(5, 9));
+    EXPECT_THAT(take_states(), ElementsAre("9:first", "9:second"));
+    send(1, "third");
+    EXPECT_THAT(take_states(), ElementsAre("10:third", "11:third", "9:third"));
+    subscribe(1, subscription(6, 9));
+    EXPECT_THAT(take_states(), IsEmpty()) << "each is told once";
+}
+
+TEST_F(ProducerReturnTest, AreNotKeptForLong)
+{
+    restart();
+    make_known(1);
+    complete(1);
+    send(1, "missed");
+    EXPECT_TRUE(wait_until([&] { return !log.warnings().empty(); }));
+    EXPECT_THAT(log.warnings(),
+                ElementsAre("Subscribers of the producer \"producer\" have not come back since the "
+                            "event switch returned: 1 events may have missed them"));
+    subscribe(1, subscription(3, 9));
+    EXPECT_THAT(take_states(), IsEmpty());
+}
+
 TEST_F(ProducerReturnTest, CarryTheNewIds)
 {
     Owned<event> accepted = new_event(1, "accepted before");

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Those who had subscribed to a declaration when the switch went, until it has announced them anew.
+//
+// Producers declare and consumers subscribe in any order when the switch returns: a declaration may
+// be complete before all of its subscribers are back. What is delivered meanwhile is kept for those
+// who are still to come, for a second after the completion.
+#pragma once
+
+#include "bus/forwardedsubscriptions.hpp"
+#include "bus/heldevents.hpp"
+
+#include <string>
+#include <vector>
+
+namespace qandor {
+
+class FormerSubscribers {
+public:
+    bool empty() const { return former_.empty(); }
+
+    // The switch has gone, with these subscriptions.
+    void remember(const ForwardedSubscriptions &subscriptions);
+    // The bus has gone: they will have other names on the next one.
+    void forget_names();
+    // The declaration is complete: they are waited for a while from now on.
+    void wait();
+    gint64 deadline() const { return deadline_; }
+
+    // Keeps an event for those who are not back yet.
+    void keep(const event &event);
+    // Whether this is one of them, who is back with it.
+    bool take_back(const subscribe_expression &subscription);
+    // Calls visit(event) for each of the kept events.
+    template <class Visit> void for_each_kept(const Visit &visit) const { kept_.for_each(visit); }
+    // Waits no longer. Returns the number of events that have been missed.
+    guint give_up();
+
+private:
+    struct Former {
+        std::string name; // on the bus; empty when it is not known
+        std::string path;
+        guint32 token;
+
+        bool is(const subscribe_expression &subscription) const;
+    };
+
+    bool knows(const subscribe_expression &subscription) const;
+
+    std::vector<Former> former_;
+    HeldEvents kept_;
+    gint64 deadline_ = G_MAXINT64;
+};
+
+} // namespace qandor
