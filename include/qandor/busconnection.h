@@ -52,8 +52,9 @@ QANDOR_API int connect_to_bus_and_attach_events(GSource **source, sd_bus **bus, 
 QANDOR_API void disconnect_from_bus_and_detach_events(GSource *source, sd_bus *bus);
 
 /**
- * Calls @watcher whenever the event switch appears on or disappears from the bus. Only changes are
- * reported, not how things stand. Returns a negative errno on failure.
+ * Calls @watcher whenever the event switch appears on or disappears from the bus, as the bus itself
+ * tells it: signals of others are ignored. Only changes are reported, not how things stand, and not
+ * the end of the connection. Returns a negative errno on failure.
  */
 QANDOR_API int watch_bus_driver(sd_bus *bus, bus_driver_watcher *watcher);
 

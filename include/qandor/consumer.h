@@ -41,7 +41,10 @@ typedef void (*consumer_event_callback)(event *event, gpointer user_data);
 /** Is given a notification, which belongs to the callee: notification_free(). */
 typedef void (*consumer_notification_callback)(notification *notification, gpointer user_data);
 
-/** As consumer_event_callback, with the sender's effective user id, or all bits set. */
+/**
+ * As consumer_event_callback, with the sender's effective user id, or all bits set when the bus
+ * does not know it (any more).
+ */
 typedef void (*consumer_secure_event_callback)(event *event, guint32 uid, gpointer user_data);
 
 /** As consumer_notification_callback, with the sender's effective user id, or all bits set. */
@@ -53,7 +56,11 @@ QANDOR_API GType consumer_get_type(void) G_GNUC_CONST;
 /** Returns a new instance without a bus; the last g_object_unref() disconnects it. */
 QANDOR_API Consumer *consumer_new(const gchar *name);
 
-/** Connects, serves the object and subscribes what is there. FALSE with @error set on failure. */
+/**
+ * Connects, serves the object and subscribes what is there. FALSE with @error set on failure: then
+ * it is tried again later, by itself, after pauses from 0.1 s to 5 s. The same happens, after a
+ * critical, when the connection ends.
+ */
 QANDOR_API gboolean consumer_init_dbus(Consumer *self, GError **error);
 
 /** Whether there is a subscription under the token. */

@@ -5,7 +5,8 @@
  *
  * A subscription has an expression and functions that are called with each event that satisfies it
  * and with each declaration whose events can. A property's subscriber is told its current state at
- * once. Subscriptions outlive the event switch: when it comes back they are made again.
+ * once. Subscriptions outlive the event switch and the connection to the bus: when these come back
+ * they are made again, under the same tokens.
  *
  * All functions may be called from any thread. What is to be sent is queued, in order, and runs on
  * the thread that iterates the default main context, as do all callbacks; an application that does
@@ -47,7 +48,7 @@ typedef void (*event_consumer_freed_callback)(event_consumer *event_consumer, gp
 
 /**
  * Returns a new consumer at once; it connects later. A connection that fails is logged as a
- * critical.
+ * critical, and is tried again after pauses from 0.1 s to 5 s. So is one that ends.
  */
 QANDOR_API event_consumer *event_consumer_new(const char *name);
 
@@ -76,7 +77,11 @@ QANDOR_API guint32 event_consumer_subscribe_full(
     consumer_event_callback event_callback, consumer_notification_callback notification_callback,
     gpointer user_data);
 
-/** Subscribes with a function that is also told the sender's user id, at the cost of asking. */
+/**
+ * Subscribes with a function that is also told the sender's user id, at the cost of asking the bus
+ * for each event. It is all bits set, with a warning, for a sender that has left the bus before its
+ * event is handled.
+ */
 QANDOR_API guint32 event_consumer_subscribe_secure(event_consumer *event_consumer,
                                                    subscribe_expression *expression,
                                                    consumer_secure_event_callback event_callback,
@@ -116,11 +121,14 @@ QANDOR_API gboolean event_consumer_unsubscribe_and_notify(event_consumer *event_
 
 /**
  * Returns the current state of a property that the expression matches, which the caller frees with
- * property_state_free(), or NULL with @error set: code 7 with the event switch's words.
+ * property_state_free(), or NULL with @error set: code 7 with the event switch's words, or when
+ * the connection to the bus is lost.
  *
- * Waits for the thread that iterates the default main context, for at most about 60 s. On that
- * thread it is a critical, NULL is returned and @error is not set. A NULL consumer or expression is
- * a critical and NULL.
+ * Waits for the thread that iterates the default main context, for at most about 60 s. Within an
+ * iteration of that context, as in any callback, it is a critical, NULL is returned and @error is
+ * not set. Between two iterations of a hand-written loop it waits for ever unless another thread
+ * iterates the context, which cannot be known here. A NULL consumer or expression is a critical and
+ * NULL.
  */
 QANDOR_API property_state *
 event_consumer_get_property_state(event_consumer *event_consumer,

@@ -61,9 +61,12 @@ QANDOR_API event_producer *event_producer_new(const char *name);
 
 /**
  * Returns a new producer at once; it connects later. A connection that fails is logged as a
- * critical.
+ * critical, and is tried again after pauses from 0.1 s to 5 s. So is one that ends: everything is
+ * declared again then, under the same local ids.
  * @ids_callback (or NULL) is told which declarations have subscribers whenever one gets its first
- * or loses its last.
+ * or loses its last. When undeclaring costs a declaration its last one, it is called before the
+ * undeclaring returns on the thread that iterates the default main context, and later, on that
+ * thread, when another one undeclares. It may free the producer.
  */
 QANDOR_API event_producer *
 event_producer_new_full(const char *name, producer_ids_callback ids_callback, gpointer user_data);
@@ -122,6 +125,10 @@ QANDOR_API gboolean event_producer_send_event_async(event_producer *event_produc
  * caller's. FALSE with an error when it cannot be sent: code 4 while the event switch has not given
  * the declaration its global id (a property's state is remembered and sent later), 6 when keys are
  * unset, 0 for a NULL producer or event.
+ *
+ * There is no global id while there is no connection to the bus or no event switch. When the switch
+ * has returned, plain events wait for 1 s at most until it has announced the subscriptions; those
+ * that had to be delivered too early or could not be delivered are told in a warning.
  */
 QANDOR_API gboolean event_producer_send_event(event_producer *event_producer, event *event,
                                               GError **error);

@@ -53,7 +53,11 @@ QANDOR_API GType producer_get_type(void) G_GNUC_CONST;
 QANDOR_API Producer *producer_new(const gchar *name, producer_ids_callback subscriptions_changed,
                                   gpointer user_data);
 
-/** Connects, serves the object and declares what is there. FALSE with @error set on failure. */
+/**
+ * Connects, serves the object and declares what is there. FALSE with @error set on failure: then it
+ * is tried again later, by itself, after pauses from 0.1 s to 5 s. The same happens, after a
+ * critical, when the connection ends.
+ */
 QANDOR_API gboolean producer_init_dbus(Producer *self, GError **error);
 
 /**
@@ -71,7 +75,10 @@ QANDOR_API void producer_send_declare(Producer *self, guint32 local_id);
 /** Whether the event switch has given the declaration a global id. */
 QANDOR_API gboolean producer_declaration_complete(Producer *self, guint32 local_id);
 
-/** Takes a declaration out and returns it for producer_send_undeclare(), or NULL. */
+/**
+ * Takes a declaration out and returns it for producer_send_undeclare(), or NULL. Lost subscribers
+ * are told at once on the thread of the default main context; another thread leaves that to it.
+ */
 QANDOR_API decl_data *producer_release_declare_id(Producer *self, guint32 local_id);
 
 /** Undeclares it, if the event switch knows it, and frees it. */
@@ -85,7 +92,8 @@ QANDOR_API void producer_fill_global_event_data(Producer *self, event *event);
 
 /**
  * Delivers the event to every subscription that it matches, in the order of subscription, and
- * remembers it when it is a property's state. FALSE with code 4 for an unknown local id.
+ * remembers it when it is a property's state. While the event switch returns, a plain event waits
+ * for its subscriptions first, for 1 s at most. FALSE with code 4 for an unknown local id.
  */
 QANDOR_API gboolean producer_send_event(Producer *self, const event *event, GError **error);
 

@@ -15,9 +15,9 @@
  *    function and the condition, and FALSE, NULL, 0 or -1. Broken invariants and malformed bytes
  *    end the process.
  * 4. Functions of the handles (event_producer, event_consumer, event_query and the async_ forms of
- *    the first two) may be called from any thread. All
- *    bus traffic and all callbacks run on the thread that iterates the default GLib main context:
- *    an application has to run it.
+ *    the first two) may be called from any thread. All bus traffic and all callbacks run on the
+ *    thread that iterates the default GLib main context: an application has to run it. Handles
+ *    outlive restarts of the event switch and of the bus.
  * 5. Records (events, declarations, expressions) may be used from any thread, one at a time; what
  *    only reads may be called from several at once.
  * 6. What a callback is given belongs to the callback where its comment says so, and callbacks must

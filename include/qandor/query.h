@@ -27,7 +27,10 @@ QANDOR_API GType query_get_type(void) G_GNUC_CONST;
 /** Returns a new instance without a bus; the last g_object_unref() disconnects it. */
 QANDOR_API Query *query_new(void);
 
-/** Connects. A connection that fails is logged as a warning. */
+/**
+ * Connects. A connection that fails is logged as a warning. From now on a question connects again
+ * when there is no connection or the bus has hung up.
+ */
 QANDOR_API void query_init_dbus(Query *self);
 
 /**

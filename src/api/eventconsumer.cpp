@@ -144,6 +144,8 @@ property_state *event_consumer_get_property_state(event_consumer *event_consumer
 {
     RETURN_VALUE_IF_FAIL(event_consumer != NULL, nullptr);
     RETURN_VALUE_IF_FAIL(subscribe_expression != NULL, nullptr);
+    if (refuse_error_already_set(error))
+        return nullptr;
     PropertyStateCall call{subscribe_expression, error, nullptr};
     command_source_run(event_consumer->commands, get_property_state, &call);
     return call.result;

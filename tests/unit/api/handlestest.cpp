@@ -221,6 +221,15 @@ TEST_F(HandlesTest, AnUnknownTokenIsToldToTheCallerAndToTheCallback)
     EXPECT_EQ(outcome.code, 3);
 }
 
+TEST_F(HandlesTest, AnErrorThatIsSetAlreadyMakesAQuestionForAStateFail)
+{
+    Owned<subscribe_expression> expression(subscribe_expression_new());
+    error = g_error_new_literal(g_quark_from_string("other"), 1, "set before");
+    EXPECT_EQ(event_consumer_get_property_state(consumer, expression.get(), &error), nullptr);
+    EXPECT_STREQ(g_quark_to_string(error->domain), "event-error-quark");
+    EXPECT_EQ(text_of(error), "10 Error object already set");
+}
+
 TEST_F(HandlesTest, NullHandlesAreCriticalsThatNameTheFunction)
 {
     run_pending();
