@@ -46,10 +46,14 @@ void FormerSubscribers::wait()
     deadline_ = g_get_monotonic_time() + longest_wait_usec;
 }
 
-void FormerSubscribers::keep(const event &event)
+void FormerSubscribers::keep(const event &event, const std::shared_ptr<Backlog> &backlog)
 {
-    if (!former_.empty())
-        kept_.push(event);
+    if (former_.empty())
+        return;
+    if (backlog && backlog->is_over())
+        ++dropped_;
+    else
+        kept_.push(event, backlog);
 }
 
 bool FormerSubscribers::take_back(const subscribe_expression &subscription)
@@ -64,9 +68,10 @@ bool FormerSubscribers::take_back(const subscribe_expression &subscription)
 
 guint FormerSubscribers::give_up()
 {
-    guint missed = former_.empty() ? 0 : static_cast<guint>(kept_.size());
+    guint missed = dropped_ + (former_.empty() ? 0 : static_cast<guint>(kept_.size()));
     former_.clear();
     kept_ = {};
+    dropped_ = 0;
     deadline_ = G_MAXINT64;
     return missed;
 }

@@ -28,7 +28,7 @@ public:
     gint64 deadline() const { return deadline_; }
 
     // Keeps an event for those who are not back yet.
-    void keep(const event &event);
+    void keep(const event &event, const std::shared_ptr<Backlog> &backlog);
     // Whether this is one of them, who is back with it.
     bool take_back(const subscribe_expression &subscription);
     // Calls visit(event) for each of the kept events.
@@ -49,6 +49,7 @@ private:
 
     std::vector<Former> former_;
     HeldEvents kept_;
+    guint dropped_ = 0; // because too much waits
     gint64 deadline_ = G_MAXINT64;
 };
 

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "messages/event.hpp"
+#include "platform/backlog.hpp"
 
 #include <deque>
 #include <memory>
@@ -20,7 +21,7 @@ namespace qandor {
 
 struct HeldEvent {
     std::unique_ptr<event> content;
-    std::size_t size; // bytes that it takes, about
+    Charge charge; // for the bytes that it takes, about
     gint64 deadline;
 };
 
@@ -28,10 +29,9 @@ class HeldEvents {
 public:
     bool empty() const { return events_.empty(); }
     std::size_t size() const { return events_.size(); }
-    std::size_t bytes() const { return bytes_; }
     const HeldEvent &first() const { return events_.front(); }
 
-    void push(const event &event);
+    void push(const event &event, const std::shared_ptr<Backlog> &backlog);
     HeldEvent pop();
     template <class Visit> void for_each(const Visit &visit) const
     {
@@ -43,7 +43,6 @@ public:
 
 private:
     std::deque<HeldEvent> events_;
-    std::size_t bytes_ = 0;
 };
 
 } // namespace qandor

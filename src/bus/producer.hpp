@@ -119,7 +119,6 @@ private:
     TypeRequest *new_type_request(const TypeRequest &request);
     bool has_to_wait(const decl_data &data, const event &event) const;
     void hold(const event &event);
-    bool holds_too_much() const;
     void let_go(decl_data &data, HeldEvent held, bool is_complete);
     void deliver_to_all(decl_data &data, const event &event);
     void start_former_timer();

@@ -4,7 +4,6 @@
 
 #include "bus/producer.hpp"
 
-#include "bus/callwindow.hpp"
 #include "platform/log.hpp"
 
 #include <algorithm>
@@ -17,7 +16,7 @@ void ProducerState::deliver_to_all(decl_data &data, const event &event)
     data.subscriptions.for_each_satisfied(
         event, [&](const subscribe_expression &subscription) { delivery.to(subscription); });
     if (!event.property)
-        data.former.keep(event);
+        data.former.keep(event, presence.backlog);
 }
 
 // An event without an id was sent while there was no switch. While others wait a later one must not
@@ -35,17 +34,10 @@ void ProducerState::deliver(decl_data &data, const event &event)
         deliver_to_all(data, event);
 }
 
-bool ProducerState::holds_too_much() const
-{
-    std::shared_ptr<CallWindow> window = CallWindow::find(presence.bus);
-    std::size_t in_window = window ? window->queued_bytes() : 0;
-    return held_.bytes() + in_window > WindowLimits().queue_bytes;
-}
-
 void ProducerState::hold(const event &event)
 {
-    held_.push(event);
-    while (!held_.empty() && holds_too_much()) {
+    held_.push(event, presence.backlog);
+    while (presence.backlog && presence.backlog->is_over() && !held_.empty()) {
         held_.pop();
         ++not_waited_for_;
     }
