@@ -23,7 +23,7 @@ struct QueuedCall {
     std::size_t size; // bytes that it takes, about, without those of an event
     not_sent_handler not_sent = nullptr;
     guint64 queued_at = 0;
-    Charge charge = {};
+    BacklogPart charge = {};
 
     // The event that it delivers, if it does.
     const EventCall *event() const { return std::get_if<EventCall>(&content); }

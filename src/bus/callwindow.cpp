@@ -100,7 +100,7 @@ void CallWindow::call(const char *name, QueuedCall call)
         retire(destination);
         return;
     }
-    call.charge = Charge(backlog_, call.size);
+    call.charge = BacklogPart(backlog_, call.size);
     destination.plain_calls += !call.event();
     std::size_t size = call.size + (call.event() ? call.event()->event->array->len : 0);
     DropClass drop_class = drop_class_of(call);

@@ -58,7 +58,7 @@ std::shared_ptr<const EventBytes> qandor::new_event_bytes(sd_bus *bus, GArray *a
 {
     ArrayOwner owner(array);
     std::shared_ptr<CallWindow> window = CallWindow::find(bus);
-    Charge charge = window ? Charge(window->backlog(), array->len) : Charge();
+    BacklogPart charge = window ? BacklogPart(window->backlog(), array->len) : BacklogPart();
     return std::make_shared<EventBytes>(EventBytes{std::move(owner), std::move(charge)});
 }
 

@@ -17,7 +17,7 @@ namespace qandor {
 // waits for it.
 struct EventBytes {
     ArrayOwner array;
-    Charge charge;
+    BacklogPart charge;
 };
 
 struct EventCall {

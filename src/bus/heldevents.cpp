@@ -20,7 +20,7 @@ void HeldEvents::push(const event &event, const std::shared_ptr<Backlog> &backlo
 {
     ArrayOwner bytes(event_serialize(&event));
     events_.push_back({std::make_unique<struct event>(event),
-                       Charge(backlog, overhead + bytes->len),
+                       BacklogPart(backlog, overhead + bytes->len),
                        g_get_monotonic_time() + longest_wait_usec});
 }
 

@@ -21,7 +21,7 @@ namespace qandor {
 
 struct HeldEvent {
     std::unique_ptr<event> content;
-    Charge charge; // for the bytes that it takes, about
+    BacklogPart charge; // for the bytes that it takes, about
     gint64 deadline;
 };
 

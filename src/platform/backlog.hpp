@@ -26,29 +26,32 @@ public:
     LossReport report;
 
 private:
-    friend class Charge;
+    friend class BacklogPart;
     std::atomic<std::size_t> bytes_ = 0;
     const std::size_t limit_;
 };
 
 // A number of bytes that counts for as long as it lives.
-class Charge {
+class BacklogPart {
 public:
-    Charge() = default;
-    Charge(std::shared_ptr<Backlog> backlog, std::size_t bytes)
+    BacklogPart() = default;
+    BacklogPart(std::shared_ptr<Backlog> backlog, std::size_t bytes)
         : backlog_(std::move(backlog)), bytes_(bytes)
     {
         if (backlog_)
             backlog_->bytes_ += bytes_;
     }
-    Charge(Charge &&other) noexcept : backlog_(std::move(other.backlog_)), bytes_(other.bytes_) {}
-    Charge &operator=(Charge &&other) noexcept
+    BacklogPart(BacklogPart &&other) noexcept
+        : backlog_(std::move(other.backlog_)), bytes_(other.bytes_)
+    {
+    }
+    BacklogPart &operator=(BacklogPart &&other) noexcept
     {
         std::swap(backlog_, other.backlog_);
         std::swap(bytes_, other.bytes_);
         return *this;
     }
-    ~Charge()
+    ~BacklogPart()
     {
         if (backlog_)
             backlog_->bytes_ -= bytes_;

@@ -22,7 +22,7 @@ using Commands = std::list<std::unique_ptr<Command>>;
 
 struct CountedCommand {
     std::unique_ptr<Command> command;
-    Charge charge;
+    BacklogPart charge;
 };
 
 // What the source and a running dispatch share, so that a command may free the source it runs on.
@@ -45,7 +45,8 @@ struct Queue {
     {
         std::size_t size = command->size();
         DropClass drop_class = command->drop_class();
-        commands.push({std::move(command), Charge(backlog, size)}, size, std::move(drop_class));
+        commands.push({std::move(command), BacklogPart(backlog, size)}, size,
+                      std::move(drop_class));
     }
 
     // Returns what has to be destroyed, outside the lock.
@@ -62,7 +63,7 @@ struct Queue {
                 backlog->report.count_event(receiver);
             CountedCommand &counted = commands.item(*victim);
             if (counted.command->drop()) {
-                counted.charge = Charge(backlog, Command::plain_size);
+                counted.charge = BacklogPart(backlog, Command::plain_size);
                 commands.keep(*victim, Command::plain_size);
             } else {
                 dropped.push_back(std::move(commands.drop(*victim).command));

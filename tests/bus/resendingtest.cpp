@@ -55,7 +55,7 @@ bool has_all(const FakeSwitch &event_switch, std::size_t count)
 
 TEST(Resending, WhatTheBusRefusesForItsLimitsIsSentAgain)
 {
-    PrivateBus private_bus("<limit name='max_replies_per_connection'>2</limit>");
+    PrivateBus private_bus(chosen_bus(), "<limit name='max_replies_per_connection'>2</limit>");
     LogCapture log;
     FakeSwitch event_switch;
     Pair pair;
@@ -89,7 +89,7 @@ std::string start_switch(const TemporaryFolder &folder)
 TEST(Resending, AStartThatFailsDoesNotKeepASwitchThatComesFromKnowing)
 {
     TemporaryFolder folder;
-    PrivateBus private_bus(activation(folder, "exit 1", "exit 1"));
+    PrivateBus private_bus(chosen_bus(), activation(folder, "exit 1", "exit 1"));
     LogCapture log;
     Pair pair;
     pair.announce(5);
@@ -116,7 +116,7 @@ bool are_complete(const BusObject<Producer> &producer, guint32 count)
 TEST(Resending, AStartThatFailsIsTriedAgain)
 {
     TemporaryFolder folder;
-    PrivateBus private_bus(activation(folder, "exit 1", start_switch(folder)));
+    PrivateBus private_bus(chosen_bus(), activation(folder, "exit 1", start_switch(folder)));
     LogCapture log;
     Pair pair;
     pair.announce(5);
@@ -127,8 +127,8 @@ TEST(Resending, ASwitchThatStartsSlowlyKnowsEverybodyInTheEnd)
 {
     TemporaryFolder folder;
     std::string slow = "sleep 1\n" + start_switch(folder);
-    PrivateBus private_bus(activation(folder, slow, slow) +
-                           "<limit name='max_pending_service_starts'>20</limit>");
+    PrivateBus private_bus(chosen_bus(), activation(folder, slow, slow) +
+                                             "<limit name='max_pending_service_starts'>20</limit>");
     LogCapture log;
     std::vector<std::unique_ptr<Pair>> pairs;
     for (int i = 0; i < 10; ++i)
