@@ -98,13 +98,14 @@ private:
     const AttributesBlock *last_block_ = nullptr;
 };
 
-// As the GNU library does it: a word in front, in steps of two words, at least four; large blocks
+// As the GNU library does it: a word in front, in steps of its alignment, two at least; large blocks
 // are pages of their own.
 std::size_t block_size(std::size_t bytes)
 {
     if (bytes == 0)
         return 0;
-    constexpr std::size_t word = sizeof(std::size_t), step = 2 * word, page = 4096;
+    constexpr std::size_t word = sizeof(std::size_t), step = alignof(std::max_align_t);
+    constexpr std::size_t page = 4096;
     constexpr std::size_t large = 128 * 1024;
     if (bytes >= large)
         return (bytes + step + page - 1) / page * page;

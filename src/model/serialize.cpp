@@ -22,6 +22,7 @@ guint8 *qandor::grow(GArray *array, std::size_t size)
 {
     CHECK(array != NULL);
     guint length = array->len;
+    CHECK_TEXT(size <= G_MAXUINT - length, "array->len + size <= G_MAXUINT");
     g_array_set_size(array, length + static_cast<guint>(size));
     return reinterpret_cast<guint8 *>(array->data) + length;
 }
@@ -115,7 +116,10 @@ gchar *deserialize_string(GArray *array, guint *indx)
 {
     CHECK(array != NULL);
     std::string_view text = Reader(array, indx).deserialize_string();
-    return g_strndup(text.data(), text.size());
+    auto *copy = static_cast<gchar *>(g_malloc(text.size() + 1));
+    qandor::copy_bytes(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
 }
 
 gpointer deserialize_blob(GArray *array, guint *indx, guint32 length)

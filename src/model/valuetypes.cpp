@@ -15,7 +15,41 @@ using namespace qandor;
 
 namespace {
 
-__extension__ typedef unsigned __int128 wide;
+// A number of 53 bits times a million, which not every processor has an integer for: two parts, of
+// which the lower has 32 bits.
+class Millionfold {
+public:
+    explicit Millionfold(guint64 number)
+    {
+        constexpr guint64 million = 1000000;
+        guint64 low = (number & G_MAXUINT32) * million;
+        high_ = (number >> 32) * million + (low >> 32);
+        low_ = low & G_MAXUINT32;
+    }
+
+    // Divided by two to the power of the shift, 1 to 96, and rounded to even.
+    guint64 shifted(int shift) const
+    {
+        guint64 quotient = shift <= 32 ? high_ << (32 - shift) | low_ >> shift
+                                       : (shift < 96 ? high_ >> (shift - 32) : 0);
+        bool is_half = bit(shift - 1);
+        bool is_more = is_half && has_bits_below(shift - 1);
+        return quotient + (is_more || (is_half && quotient % 2 == 1) ? 1 : 0);
+    }
+
+private:
+    bool bit(int place) const { return (place < 32 ? low_ >> place : high_ >> (place - 32)) & 1; }
+    bool has_bits_below(int place) const
+    {
+        constexpr guint64 one = 1;
+        if (place <= 32)
+            return low_ & ((one << place) - 1);
+        return low_ || (high_ & ((one << (place - 32)) - 1));
+    }
+
+    guint64 high_;
+    guint64 low_;
+};
 
 // The number with six decimals, rounded to even as "%f" does, where it is small enough to be exact
 // in integers; nothing otherwise. Most values of most events are, and printf is by far the dearest
@@ -30,16 +64,7 @@ std::string_view format_small_double(char *buffer, gdouble number)
     int exponent;
     auto mantissa = static_cast<guint64>(std::ldexp(std::frexp(magnitude, &exponent), 53));
     int shift = 53 - exponent; // the number is the mantissa divided by two to the power of it
-    wide scaled = static_cast<wide>(mantissa) * 1000000;
-    guint64 millionths = 0;
-    if (shift < 100) {
-        wide one = 1;
-        wide rest = scaled & ((one << shift) - 1);
-        wide half = one << (shift - 1);
-        millionths = static_cast<guint64>(scaled >> shift);
-        if (rest > half || (rest == half && millionths % 2 == 1))
-            ++millionths;
-    }
+    guint64 millionths = shift <= 96 ? Millionfold(mantissa).shifted(shift) : 0;
 
     char *cursor = buffer;
     if (std::signbit(number))

@@ -195,7 +195,7 @@ class EditingProperty : public testing::TestWithParam<Sequences> {};
 
 TEST_P(EditingProperty, EveryStepDoesWhatItDoesToAPlainList)
 {
-    for (unsigned seed = 1; seed <= 40; ++seed) {
+    for (unsigned seed = 1; seed <= 15; ++seed) {
         Editing editing(GetParam().type, seed, GetParam().wildcards);
         for (int step = 0; step < 100; ++step) {
             SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));

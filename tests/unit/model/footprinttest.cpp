@@ -167,7 +167,7 @@ const Shape worst_shapes[] = {
              add(list, "last", std::to_string(2 * number + value));
          return read_again(*made);
      },
-     5000},
+     2000},
     {"OneAttributeInABlock",
      [](unsigned) {
          Record made = empty_record(IT_EVENT_DECLARATION);
@@ -280,7 +280,7 @@ TEST(Footprint, OfOrdinaryRecordsIsNotChargedTwice)
         return read_again(*made);
     };
     for (const Make &make : {Make(an_expression), Make(a_declaration)}) {
-        Figures figures = figures_with_index(make, 50000);
+        Figures figures = figures_with_index(make, 30000);
         EXPECT_GE(figures.charged, 0.9 * figures.taken);
         EXPECT_LE(figures.charged, 2 * figures.taken);
     }

@@ -80,7 +80,7 @@ private:
 TEST(LongMatchingProperty, TheAnswersAreThoseOfThePlainRules)
 {
     unsigned satisfied = 0;
-    for (unsigned seed = 1; seed <= 3000; ++seed) {
+    for (unsigned seed = 1; seed <= 1000; ++seed) {
         RandomLists random(seed);
         NaiveInspectable container{random.container()}, expression;
         if (seed % 10 == 0)
@@ -98,8 +98,8 @@ TEST(LongMatchingProperty, TheAnswersAreThoseOfThePlainRules)
             ASSERT_EQ(several.satisfies(*record({list})), naive_contains(container, {list}))
                 << "seed " << seed;
     }
-    EXPECT_GT(satisfied, 300u);
-    EXPECT_LT(satisfied, 2700u);
+    EXPECT_GT(satisfied, 100u);
+    EXPECT_LT(satisfied, 900u);
 }
 
 NaiveKeyValue value_of(const char *key, const std::string &value, bool negated = false)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
+#include "model/serialize.hpp"
 #include "support/records.hpp"
 
 #include <gtest/gtest.h>
@@ -132,6 +133,25 @@ TEST_F(SerializeDeathTest, AnIndexOrALengthNearTheEndOfItsRangeDoesNotWrap)
     EXPECT_DEATH(deserialize_32bit(array.get(), &indx), "\\*indx \\+ size");
     indx = 1;
     EXPECT_DEATH(g_free(deserialize_blob(array.get(), &indx, G_MAXUINT32)), "\\*indx \\+ size");
+}
+
+TEST(Serialize, ATextIsReadWithAllItsBytesAnEmbeddedNulIncluded)
+{
+    const guint8 bytes[] = {3, 0, 'a', 0, 'b'};
+    Owned<GArray> array(serialize_create_array());
+    serialize_blob(array.get(), bytes, sizeof bytes);
+    guint indx = 0;
+    Owned<gchar> text(deserialize_string(array.get(), &indx));
+    EXPECT_EQ(std::string(text.get(), 4), std::string("a\0b\0", 4));
+    EXPECT_EQ(indx, sizeof bytes);
+}
+
+TEST(SerializeBufferDeathTest, ABufferThatCannotTakeARecordEndsTheProcess)
+{
+    Owned<GArray> array(serialize_create_array());
+    serialize_8bit(array.get(), 1);
+    std::size_t too_many = G_MAXUINT;
+    EXPECT_DEATH(qandor::grow(array.get(), too_many), "array->len . size <= G_MAXUINT");
 }
 
 } // namespace
