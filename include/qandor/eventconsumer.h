@@ -49,6 +49,7 @@ typedef void (*event_consumer_freed_callback)(event_consumer *event_consumer, gp
 /**
  * Returns a new consumer at once; it connects later. A connection that fails is logged as a
  * critical, and is tried again after pauses from 0.1 s to 5 s. So is one that ends.
+ * @name is UTF-8. A name that is not ends the process with the first call to the switch.
  */
 QANDOR_API event_consumer *event_consumer_new(const char *name);
 

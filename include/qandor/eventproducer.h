@@ -63,6 +63,7 @@ QANDOR_API event_producer *event_producer_new(const char *name);
  * Returns a new producer at once; it connects later. A connection that fails is logged as a
  * critical, and is tried again after pauses from 0.1 s to 5 s. So is one that ends: everything is
  * declared again then, under the same local ids.
+ * @name is UTF-8. A name that is not ends the process with the first call to the switch.
  * @ids_callback (or NULL) is told which declarations have subscribers whenever one gets its first
  * or loses its last. When undeclaring costs a declaration its last one, it is called before the
  * undeclaring returns on the thread that iterates the default main context, and later, on that
