@@ -111,8 +111,8 @@ QANDOR_API event *async_producer_prepare_event(event_producer *event_producer,
  * event stays the caller's, who may free it at once. @callback is called when it has been sent,
  * with the event's pointer to know it by, or with the error of the check that it did not pass, as
  * event_producer_send_event() has them. An event that was dropped because too much is waiting is an
- * error of the domain "libqandor" with the code -ENOBUFS. A NULL producer is a critical, and nothing
- * is queued.
+ * error of the domain "libqandor" with the code -ENOBUFS. A NULL producer is a critical, and
+ * nothing is queued.
  */
 QANDOR_API void async_producer_send_event(event_producer *event_producer, event *event,
                                           event_producer_sent_callback callback,
