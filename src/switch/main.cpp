@@ -35,8 +35,10 @@ int stop(sd_event_source *source, const signalfd_siginfo *, void *bus)
     return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
 }
 
-int lose_bus(sd_bus_message *, void *event, sd_bus_error *)
+int lose_bus(sd_bus_message *signal, void *event, sd_bus_error *)
 {
+    if (g_strcmp0(sd_bus_message_get_sender(signal), "org.freedesktop.DBus.Local") != 0)
+        return 0;
     log_line(LogLevel::Error, "the system bus has gone");
     return sd_event_exit(static_cast<sd_event *>(event), EXIT_FAILURE);
 }

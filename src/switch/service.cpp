@@ -34,10 +34,13 @@ const sd_bus_vtable question_vtable[] = {
     SD_BUS_VTABLE_END,
 };
 
-// Names that lose their owner: connections that are gone.
+// Names that lose their owner: connections that are gone. The match does not keep out a signal that
+// somebody sends to the switch alone, so the sender is checked here.
 int name_owner_changed(sd_bus_message *signal, void *userdata, sd_bus_error *)
 {
     const char *name, *old_owner, *new_owner;
+    if (g_strcmp0(sd_bus_message_get_sender(signal), "org.freedesktop.DBus") != 0)
+        return 0;
     if (sd_bus_message_read(signal, "sss", &name, &old_owner, &new_owner) < 0)
         return 0;
     if (name[0] != ':' || *new_owner)

@@ -369,4 +369,26 @@ TEST_F(BookkeepingTest, RecordsAndDeclarationsAreBounded)
     EXPECT_EQ(declaration_count(), 0u);
 }
 
+// A stock bus lets anybody send a signal to the switch alone.
+TEST_F(BookkeepingTest, OnlyTheBusSaysThatANameHasGone)
+{
+    EXPECT_EQ(declare(producer, "Device", 1), "");
+    EXPECT_EQ(subscribe(consumer, 5, "Device"), "");
+    for (const RawPeer *victim : {&producer, &consumer}) {
+        sd_bus_message *made = nullptr;
+        ASSERT_GE(sd_bus_message_new_signal(onlooker.bus(), &made, "/org/freedesktop/DBus",
+                                            "org.freedesktop.DBus", "NameOwnerChanged"),
+                  0);
+        qandor::BusMessageOwner signal(made);
+        ASSERT_GE(sd_bus_message_append(made, "sss", victim->name().c_str(),
+                                        victim->name().c_str(), ""),
+                  0);
+        ASSERT_GE(sd_bus_send_to(onlooker.bus(), made, "com.vemo.Event.Switch", nullptr), 0);
+    }
+    EXPECT_EQ(declaration_count(), 1u);
+    producer.take();
+    consumer.call("Consumer.Unsubscribe", "/c", guint32(5));
+    EXPECT_THAT(producer.take_members(), ElementsAre("Unsubscribe(1,1)"));
+}
+
 } // namespace
