@@ -3,35 +3,27 @@
 #include "switch/book.hpp"
 
 #include "model/footprint.hpp"
+#include "switch/content.hpp"
+#include "switch/walks.hpp"
 
 #include <qandor/serialize.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace qandor {
 namespace {
 
-const inspectable &content_of(const DeclarationOwner &record)
-{
-    return *event_declaration_get_inspectable(record.get());
-}
-
-// The getter is for those who change things, too.
-const inspectable &content_of(const subscribe_expression *expression)
-{
-    return *subscribe_expression_get_inspectable(const_cast<subscribe_expression *>(expression));
-}
-
 // What was found, by id. The index has it by age, which is the same until ids come round.
-template <class Record>
-std::vector<const Record *> by_id(const std::map<guint32, Record> &records, Matches &matches)
+std::vector<guint32> ids_of(const Matches &matches)
 {
-    std::ranges::sort(matches, {}, &Match::id);
-    std::vector<const Record *> found;
-    found.reserve(matches.size());
+    std::vector<guint32> ids;
+    ids.reserve(matches.size());
     for (const Match &match : matches)
-        found.push_back(&records.at(match.id));
-    return found;
+        ids.push_back(match.id);
+    if (!std::is_sorted(ids.begin(), ids.end()))
+        std::sort(ids.begin(), ids.end());
+    return ids;
 }
 
 std::string take(GArray *bytes)
@@ -70,7 +62,24 @@ Usage usage_of_subscription(const RecordCost &cost, const PeerAddress &consumer)
 
 } // namespace
 
-Book::Producer &Book::producer_at(const Peer &peer)
+bool Declaration::is_live() const
+{
+    return owner && !owner->left;
+}
+
+bool Subscription::is_live() const
+{
+    return owner && !owner->left;
+}
+
+bool Subscription::was_told_of(const Declaration &declaration, const Cursors &cursors) const
+{
+    bool is_left = owner && owner->left;
+    return was_told(declaration.party(), party(), cursors) &&
+           (!is_left || was_told(declaration.party(), party(), *owner->left));
+}
+
+Producer &Book::producer_at(const Peer &peer)
 {
     auto known = producers_.find(peer.address);
     if (known != producers_.end())
@@ -81,7 +90,7 @@ Book::Producer &Book::producer_at(const Peer &peer)
     return producers_.emplace(peer.address, std::move(producer)).first->second;
 }
 
-Book::Consumer &Book::consumer_at(const Peer &peer)
+Consumer &Book::consumer_at(const Peer &peer)
 {
     auto known = consumers_.find(peer.address);
     if (known != consumers_.end())
@@ -124,59 +133,68 @@ const Declaration &Book::declare(const Peer &peer, DeclarationOwner record)
     Producer &producer = producer_at(peer);
     guint32 local_id = event_declaration_get_local_id(record.get());
     auto replaced = producer.global_ids.find(local_id);
-    if (replaced != producer.global_ids.end())
-        remove_declaration(replaced->second);
+    if (replaced != producer.global_ids.end()) {
+        const Cursors told = cursors_;
+        auto gone = take_out_declaration(replaced->second);
+        take_back_from_replaced(*gone);
+        replaced_.emplace(gone->global_id, TakenBack<Declaration>{gone, told});
+        jobs_.add(peer.uid, Jobs::Lane::Calls,
+                  std::make_unique<DeclarationRemoval>(*this, std::move(gone), told));
+    }
 
     guint32 global_id = next_id(last_global_id_, declarations_);
     event_declaration_set_global_id(record.get(), global_id);
     event_declaration_set_producer_id(record.get(), producer.id);
     std::string bytes = take(event_declaration_serialize(record.get()));
-    RecordCost cost{bytes.size(), memory_of(content_of(record))};
+    RecordCost cost{bytes.size(), memory_of(*event_declaration_get_inspectable(record.get()))};
     Charge charge = accounts_.charge(peer.uid, usage_of_declaration(cost));
     producer.global_ids[local_id] = global_id;
-    Declaration declaration{
-        global_id,         local_id,         producer.id,      producer.peer.address,
-        std::move(record), std::move(bytes), std::move(charge)};
-    declaration_index_.add(global_id, content_of(declaration.record));
-    return declarations_.emplace(global_id, std::move(declaration)).first->second;
+    auto declaration = std::make_shared<Declaration>();
+    declaration->global_id = global_id;
+    declaration->local_id = local_id;
+    declaration->producer_id = producer.id;
+    declaration->uid = peer.uid;
+    declaration->producer = peer.address;
+    declaration->record = std::move(record);
+    declaration->bytes = std::move(bytes);
+    declaration->charge = std::move(charge);
+    declaration->owner = &producer;
+    declaration_index_.add(global_id, content_of(*declaration));
+    declarations_.emplace(global_id, declaration);
+    jobs_.add(peer.uid, Jobs::Lane::Calls,
+              std::make_unique<DeclarationAnnouncement>(*this, declaration));
+    return *declaration;
 }
 
-void Book::announce(const Declaration &declaration)
+std::shared_ptr<Declaration> Book::take_out_declaration(guint32 global_id)
 {
-    post_.global_declare_id(declaration);
-    for (const Subscription *subscription : find_subscriptions(declaration)) {
-        post_.subscribe(declaration, *subscription);
-        post_.notify(*subscription, declaration, NOTIFY_DECLARATION_ADDED);
-    }
-    post_.declaration_complete(declaration);
-}
-
-void Book::remove_declaration(guint32 global_id)
-{
-    auto node = declarations_.extract(global_id);
-    const Declaration &declaration = node.mapped();
+    std::shared_ptr<Declaration> gone = std::move(declarations_.extract(global_id).mapped());
     declaration_index_.remove(global_id);
-    producers_.at(declaration.producer).global_ids.erase(declaration.local_id);
-    for (const Subscription *subscription : find_subscriptions(declaration))
-        post_.notify(*subscription, declaration, NOTIFY_DECLARATION_REMOVED);
+    cursors_.of_declarations.erase(global_id);
+    gone->owner->global_ids.erase(gone->local_id);
+    gone->owner = nullptr;
+    gone->charge = {};
+    return gone;
 }
 
 void Book::undeclare(const PeerAddress &producer, guint32 global_id)
 {
-    auto found = declarations_.find(global_id);
-    if (found != declarations_.end() && found->second.producer == producer)
-        remove_declaration(global_id);
+    const Declaration *found = find_declaration(global_id);
+    if (!found || found->producer != producer)
+        return;
+    const Cursors told = cursors_;
+    jobs_.add(found->uid, Jobs::Lane::Calls,
+              std::make_unique<DeclarationRemoval>(*this, take_out_declaration(global_id), told));
 }
 
 void Book::disconnect_producer(const PeerAddress &address)
 {
     auto found = producers_.find(address);
-    if (found == producers_.end())
+    if (found == producers_.end() || found->second.left)
         return;
-    while (!found->second.global_ids.empty())
-        remove_declaration(found->second.global_ids.begin()->second);
-    producer_ids_.erase(found->second.id);
-    producers_.erase(found);
+    auto leaving = std::make_unique<Leaving>(*this);
+    leaving->add(found->second);
+    jobs_.add(found->second.peer.uid, Jobs::Lane::Calls, std::move(leaving));
 }
 
 guint32 Book::new_subscription_id()
@@ -189,8 +207,12 @@ const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionO
     const PeerAddress &address = peer.address;
     Consumer &consumer = consumer_at(peer);
     auto replaced = consumer.subscription_ids.find(token);
-    if (replaced != consumer.subscription_ids.end())
-        remove_subscription(replaced->second);
+    if (replaced != consumer.subscription_ids.end()) {
+        const Cursors told = cursors_;
+        jobs_.add(peer.uid, Jobs::Lane::Calls,
+                  std::make_unique<SubscriptionRemoval>(
+                      *this, take_out_subscription(replaced->second), told));
+    }
 
     guint32 id = new_subscription_id();
     subscribe_expression_set_id(record.get(), id);
@@ -199,30 +221,51 @@ const Subscription &Book::subscribe(const Peer &peer, guint32 token, ExpressionO
     subscribe_expression_set_consumer_token(record.get(), token);
     consumer.subscription_ids[token] = id;
     std::string bytes = take(subscribe_expression_serialize(record.get()));
-    RecordCost cost{bytes.size() - size_of(address), memory_of(content_of(record.get()))};
-    Charge charge = accounts_.charge(peer.uid, usage_of_subscription(cost, address));
-    Subscription subscription{
-        id, token, consumer.peer.address, std::move(record), std::move(bytes), std::move(charge)};
-    subscription_index_.add(id, content_of(subscription.record.get()));
-    return subscriptions_.emplace(id, std::move(subscription)).first->second;
+    RecordCost cost{bytes.size() - size_of(address),
+                    memory_of(*subscribe_expression_get_inspectable(record.get()))};
+    auto subscription = std::make_shared<Subscription>();
+    subscription->id = id;
+    subscription->token = token;
+    subscription->uid = peer.uid;
+    subscription->consumer = address;
+    subscription->record = std::move(record);
+    subscription->bytes = std::move(bytes);
+    subscription->charge = accounts_.charge(peer.uid, usage_of_subscription(cost, address));
+    subscription->owner = &consumer;
+    subscription_index_.add(id, content_of(*subscription));
+    subscriptions_.emplace(id, subscription);
+    jobs_.add(peer.uid, Jobs::Lane::Calls,
+              std::make_unique<SubscriptionAnnouncement>(*this, subscription));
+    return *subscription;
 }
 
-void Book::announce(const Subscription &subscription)
+std::shared_ptr<Subscription> Book::take_out_subscription(guint32 id)
 {
-    for (const Declaration *declaration : find_declarations(subscription.record.get())) {
-        post_.subscribe(*declaration, subscription);
-        post_.notify(subscription, *declaration, NOTIFY_DECLARATION_ADDED);
-    }
-}
-
-void Book::remove_subscription(guint32 id)
-{
-    auto node = subscriptions_.extract(id);
-    const Subscription &subscription = node.mapped();
+    std::shared_ptr<Subscription> gone = std::move(subscriptions_.extract(id).mapped());
     subscription_index_.remove(id);
-    consumers_.at(subscription.consumer).subscription_ids.erase(subscription.token);
-    for (const Declaration *declaration : find_declarations(subscription.record.get()))
-        post_.unsubscribe(*declaration, id);
+    take_back_from_replaced(*gone);
+    cursors_.of_subscriptions.erase(id);
+    gone->owner->subscription_ids.erase(gone->token);
+    gone->owner = nullptr;
+    gone->charge = {};
+    return gone;
+}
+
+void Book::take_back_from_replaced(const Subscription &gone)
+{
+    for (const auto &[global_id, replaced] : replaced_)
+        if (replaced.cursor <= gone.id && has_producer(replaced.record->producer) &&
+            gone.was_told_of(*replaced.record, replaced.told) && concerns(*replaced.record, gone))
+            post_.unsubscribe(*replaced.record, gone.id);
+}
+
+void Book::take_back_from_replaced(const Declaration &gone)
+{
+    for (const auto &[id, taken_out] : taken_out_)
+        if (taken_out.cursor <= gone.global_id &&
+            was_told(gone.party(), taken_out.record->party(), taken_out.told) &&
+            concerns(gone, *taken_out.record))
+            post_.unsubscribe(gone, id);
 }
 
 const Subscription *Book::find_subscription(const PeerAddress &address, guint32 token) const
@@ -231,63 +274,111 @@ const Subscription *Book::find_subscription(const PeerAddress &address, guint32 
     if (consumer == consumers_.end())
         return nullptr;
     auto id = consumer->second.subscription_ids.find(token);
-    return id == consumer->second.subscription_ids.end() ? nullptr : &subscriptions_.at(id->second);
+    return id == consumer->second.subscription_ids.end() ? nullptr
+                                                         : subscriptions_.at(id->second).get();
 }
 
 void Book::unsubscribe(const PeerAddress &consumer, guint32 token)
 {
-    if (const Subscription *subscription = find_subscription(consumer, token))
-        remove_subscription(subscription->id);
+    const Subscription *found = find_subscription(consumer, token);
+    if (!found)
+        return;
+    const Cursors told = cursors_;
+    jobs_.add(found->uid, Jobs::Lane::Calls,
+              std::make_unique<SubscriptionRemoval>(*this, take_out_subscription(found->id), told));
 }
 
 void Book::refresh_property(const PeerAddress &consumer, guint32 token)
 {
-    const Subscription *subscription = find_subscription(consumer, token);
-    if (!subscription)
-        return;
-    for (const Declaration *declaration : find_properties(subscription->record.get()))
-        post_.refresh_property(*declaration, subscription->id);
+    if (const Subscription *found = find_subscription(consumer, token))
+        jobs_.add(found->uid, Jobs::Lane::Calls,
+                  std::make_unique<Refreshing>(*this, subscriptions_.at(found->id)));
 }
 
 void Book::disconnect_consumer(const PeerAddress &address)
 {
     auto found = consumers_.find(address);
-    if (found == consumers_.end())
+    if (found == consumers_.end() || found->second.left)
         return;
-    while (!found->second.subscription_ids.empty())
-        remove_subscription(found->second.subscription_ids.begin()->second);
-    consumers_.erase(found);
+    auto leaving = std::make_unique<Leaving>(*this);
+    leaving->add(found->second);
+    jobs_.add(found->second.peer.uid, Jobs::Lane::Calls, std::move(leaving));
 }
+
+namespace {
+
+// The objects of one name stand side by side.
+template <class Parties, class Look>
+void for_each_of(Parties &parties, const std::string &name, Look look)
+{
+    for (auto at = parties.lower_bound(PeerAddress{name, ""});
+         at != parties.end() && at->first.name == name; ++at)
+        look(at->second);
+}
+
+} // namespace
 
 void Book::forget_peer(const std::string &name)
 {
-    // The objects of one name stand side by side.
-    auto of_name = [&name](auto &peers) { return peers.lower_bound(PeerAddress{name, ""}); };
-    for (auto at = of_name(producers_); at != producers_.end() && at->first.name == name;
-         at = of_name(producers_))
-        disconnect_producer(PeerAddress(at->first));
-    for (auto at = of_name(consumers_); at != consumers_.end() && at->first.name == name;
-         at = of_name(consumers_))
-        disconnect_consumer(PeerAddress(at->first));
+    auto leaving = std::make_unique<Leaving>(*this);
+    guint32 uid = 0;
+    auto leave = [&](auto &party) {
+        uid = party.peer.uid;
+        if (!party.left)
+            leaving->add(party);
+    };
+    for_each_of(producers_, name, leave);
+    for_each_of(consumers_, name, leave);
+    if (!leaving->is_empty())
+        jobs_.add(uid, Jobs::Lane::Deaths, std::move(leaving));
+}
+
+bool Book::is_forgetting(const std::string &name) const
+{
+    bool is_leaving = false;
+    auto look = [&](const auto &party) { is_leaving = is_leaving || party.left; };
+    for_each_of(producers_, name, look);
+    for_each_of(consumers_, name, look);
+    return is_leaving;
 }
 
 const Declaration *Book::find_declaration(guint32 global_id) const
 {
     auto found = declarations_.find(global_id);
-    return found == declarations_.end() ? nullptr : &found->second;
+    return found == declarations_.end() || !found->second->is_live() ? nullptr
+                                                                     : found->second.get();
+}
+
+bool Book::has_producer(const PeerAddress &address) const
+{
+    auto found = producers_.find(address);
+    return found != producers_.end() && !found->second.left;
+}
+
+std::vector<guint32> Book::candidates_of(const Declaration &declaration) const
+{
+    Matches matches;
+    subscription_index_.find_candidates(content_of(declaration), matches);
+    return ids_of(matches);
+}
+
+std::vector<guint32> Book::candidates_of(const Subscription &subscription) const
+{
+    Matches matches;
+    declaration_index_.find_candidates(content_of(subscription), matches);
+    return ids_of(matches);
 }
 
 std::vector<const Declaration *>
 Book::find_declarations(const subscribe_expression *expression) const
 {
-    declaration_index_.find(content_of(expression), matches_);
-    return by_id(declarations_, matches_);
-}
-
-std::vector<const Subscription *> Book::find_subscriptions(const Declaration &declaration) const
-{
-    subscription_index_.find(content_of(declaration.record), matches_);
-    return by_id(subscriptions_, matches_);
+    Matches matches;
+    declaration_index_.find(content_of(expression), matches);
+    std::vector<const Declaration *> found;
+    for (guint32 id : ids_of(matches))
+        if (const Declaration *declaration = find_declaration(id))
+            found.push_back(declaration);
+    return found;
 }
 
 std::vector<const Declaration *> Book::find_properties(const subscribe_expression *expression) const
@@ -301,11 +392,17 @@ std::vector<const Declaration *> Book::find_properties(const subscribe_expressio
 
 std::string Book::list_declarations() const
 {
-    guint32 count = GUINT32_TO_LE(static_cast<guint32>(declarations_.size()));
-    std::string list(reinterpret_cast<const char *>(&count), sizeof count);
+    guint32 count = 0;
+    std::string list(sizeof count, '\0');
     list.reserve(list.size() + accounts_.total().declared_bytes);
-    for (const auto &[global_id, declaration] : declarations_)
-        list += declaration.bytes;
+    for (const auto &[global_id, declaration] : declarations_) {
+        if (!declaration->is_live())
+            continue;
+        list += declaration->bytes;
+        ++count;
+    }
+    count = GUINT32_TO_LE(count);
+    std::memcpy(list.data(), &count, sizeof count);
     return list;
 }
 

@@ -2,11 +2,9 @@
 
 #include "switch/buspost.hpp"
 
-#include "switch/log.hpp"
-
 #include <qandor/serialize.h>
 
-#include <cstring>
+#include <cerrno>
 
 namespace qandor {
 namespace {
@@ -14,7 +12,7 @@ namespace {
 constexpr const char *producer_interface = "com.vemo.Event.Producer";
 constexpr const char *consumer_interface = "com.vemo.Event.Consumer";
 
-// NULL when it cannot be made, as when memory is short: the peer misses one message then.
+// NULL when it cannot be made, as when memory is short.
 BusMessageOwner new_call(sd_bus *bus, const PeerAddress &peer, const char *interface,
                          const char *member)
 {
@@ -24,21 +22,22 @@ BusMessageOwner new_call(sd_bus *bus, const PeerAddress &peer, const char *inter
     return BusMessageOwner(made);
 }
 
-void send(sd_bus *bus, BusMessageOwner call)
+// Sends a call that has been made, with so many bytes.
+gint64 send(sd_bus *bus, const BusMessageOwner &call, std::size_t bytes)
 {
     int r = call ? sd_bus_message_set_expect_reply(call.get(), 0) : -ENOMEM;
     if (r >= 0)
         r = sd_bus_send(bus, call.get(), nullptr);
-    if (r < 0)
-        log_line(LogLevel::Warning, "cannot tell a peer: %s", std::strerror(-r));
+    return r < 0 ? r : static_cast<gint64>(bytes);
 }
 
-void append_bytes_and_number(sd_bus_message *call, std::string_view bytes, guint32 number)
+// Makes nothing of a call to which not everything can be appended.
+BusMessageOwner with_bytes_and_number(BusMessageOwner call, std::string_view bytes, guint32 number)
 {
-    if (!call)
-        return;
-    sd_bus_message_append_array(call, 'y', bytes.data(), bytes.size());
-    sd_bus_message_append(call, "u", number);
+    if (!call || sd_bus_message_append_array(call.get(), 'y', bytes.data(), bytes.size()) < 0 ||
+        sd_bus_message_append(call.get(), "u", number) < 0)
+        return nullptr;
+    return call;
 }
 
 // A notification but for its records.
@@ -79,12 +78,15 @@ template <class... Arguments>
 void BusPost::call_producer(const Declaration &declaration, const char *member, const char *types,
                             Arguments... arguments)
 {
-    outbox_.add([=, bus = bus_, producer = producers_.of(declaration.producer)] {
-        BusMessageOwner call = new_call(bus, *producer, producer_interface, member);
-        if (call)
-            sd_bus_message_append(call.get(), types, arguments...);
-        send(bus, std::move(call));
-    });
+    constexpr std::size_t bytes = sizeof...(arguments) * sizeof(guint32);
+    outbox_.add(declaration.producer.name, Outbox::Kind::Call, bytes,
+                [=, bus = bus_, declared = declaration.shared_from_this()]() -> gint64 {
+                    BusMessageOwner call =
+                        new_call(bus, declared->producer, producer_interface, member);
+                    if (call && sd_bus_message_append(call.get(), types, arguments...) < 0)
+                        call.reset();
+                    return send(bus, call, bytes);
+                });
 }
 
 void BusPost::global_declare_id(const Declaration &declaration)
@@ -112,32 +114,36 @@ void BusPost::refresh_property(const Declaration &declaration, guint32 subscript
 BusMessageOwner BusPost::new_subscribe_call(sd_bus *bus, const PeerAddress &producer,
                                             std::string_view expression, guint32 local_id)
 {
-    BusMessageOwner call = new_call(bus, producer, producer_interface, "Subscribe");
-    append_bytes_and_number(call.get(), expression, local_id);
-    return call;
+    return with_bytes_and_number(new_call(bus, producer, producer_interface, "Subscribe"),
+                                 expression, local_id);
 }
 
 void BusPost::subscribe(const Declaration &declaration, const Subscription &subscription)
 {
-    outbox_.add([bus = bus_, producer = producers_.of(declaration.producer),
-                 expression = subscriptions_.of(subscription.bytes),
-                 local_id = declaration.local_id] {
-        send(bus, new_subscribe_call(bus, *producer, *expression, local_id));
-    });
+    outbox_.add(declaration.producer.name, Outbox::Kind::Call, subscription.bytes.size(),
+                [bus = bus_, declared = declaration.shared_from_this(),
+                 subscribed = subscription.shared_from_this()] {
+                    BusMessageOwner call = new_subscribe_call(
+                        bus, declared->producer, subscribed->bytes, declared->local_id);
+                    return send(bus, call, subscribed->bytes.size());
+                });
 }
 
 void BusPost::notify(const Subscription &subscription, const Declaration &declaration,
                      notification_type type)
 {
-    NotificationHead head{g_get_real_time(), subscription.id, declaration.global_id, type};
-    outbox_.add([bus = bus_, head, consumer = consumers_.of(subscription.consumer),
-                 expression = subscriptions_.of(subscription.bytes),
-                 declared = declarations_.of(declaration.bytes), token = subscription.token] {
-        ArrayOwner bytes = serialize(head, *expression, *declared);
-        BusMessageOwner call = new_call(bus, *consumer, consumer_interface, "Notification");
-        append_bytes_and_number(call.get(), {bytes->data, bytes->len}, token);
-        send(bus, std::move(call));
-    });
+    std::size_t size = subscription.bytes.size() + declaration.bytes.size();
+    outbox_.add(subscription.consumer.name, Outbox::Kind::Call, size,
+                [bus = bus_, time = g_get_real_time(), type, size,
+                 declared = declaration.shared_from_this(),
+                 subscribed = subscription.shared_from_this()] {
+                    NotificationHead head{time, subscribed->id, declared->global_id, type};
+                    ArrayOwner bytes = serialize(head, subscribed->bytes, declared->bytes);
+                    BusMessageOwner call = with_bytes_and_number(
+                        new_call(bus, subscribed->consumer, consumer_interface, "Notification"),
+                        {bytes->data, bytes->len}, subscribed->token);
+                    return send(bus, call, size);
+                });
 }
 
 } // namespace qandor

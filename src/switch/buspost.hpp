@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // The switch's calls to its peers, which go out through the outbox. They ask for no answer: a slow
-// peer costs no slot at the bus and holds nobody up.
+// peer takes no place at the bus and holds nobody up. What waits shares the books' records.
 #pragma once
 
 #include "switch/book.hpp"
@@ -18,6 +18,9 @@ class BusPost : public Post {
 public:
     BusPost(sd_bus *bus, Outbox &outbox) : bus_(bus), outbox_(outbox) {}
 
+    void set_cause(guint32 uid) override { outbox_.set_cause(uid); }
+    bool has_room(const PeerAddress &peer) const override { return outbox_.has_room(peer.name); }
+
     void global_declare_id(const Declaration &declaration) override;
     void declaration_complete(const Declaration &declaration) override;
     void subscribe(const Declaration &declaration, const Subscription &subscription) override;
@@ -31,29 +34,12 @@ public:
                                               std::string_view expression, guint32 local_id);
 
 private:
-    // Keeps things as they are now for what is sent later. Many are told of the same, one behind
-    // the other, and share a copy.
-    template <class Thing> class Copies {
-    public:
-        std::shared_ptr<const Thing> of(const Thing &thing)
-        {
-            if (!last_ || *last_ != thing)
-                last_ = std::make_shared<const Thing>(thing);
-            return last_;
-        }
-
-    private:
-        std::shared_ptr<const Thing> last_;
-    };
-
     template <class... Arguments>
     void call_producer(const Declaration &declaration, const char *member, const char *types,
                        Arguments... arguments);
 
     sd_bus *bus_;
     Outbox &outbox_;
-    Copies<PeerAddress> producers_, consumers_;
-    Copies<std::string> declarations_, subscriptions_;
 };
 
 } // namespace qandor

@@ -25,7 +25,7 @@ int subscribe(sd_bus_message *call, void *userdata, sd_bus_error *)
     ExpressionOwner record(subscribe_expression_deserialize(request.record()));
     // First the answer: the producers of a subscription that is replaced are told.
     int r = request.answer();
-    book.announce(book.subscribe(peer, token, std::move(record)));
+    book.subscribe(peer, token, std::move(record));
     return r;
 }
 
@@ -78,20 +78,32 @@ int get_property_state(sd_bus_message *call, void *userdata, sd_bus_error *)
     return 1;
 }
 
+gint64 append_bytes(sd_bus_message *reply, const std::string &bytes)
+{
+    int r = sd_bus_message_append_array(reply, 'y', bytes.data(), bytes.size());
+    return r < 0 ? r : static_cast<gint64>(bytes.size());
+}
+
 int get_all_declarations(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    return request.answer_later(
-        [&book = request.service().book] { return book.list_declarations(); });
+    Service &service = request.service();
+    return request.answer_later(service.accounts.total().declared_bytes,
+                                [&service](sd_bus_message *reply) {
+                                    return append_bytes(reply, service.book.list_declarations());
+                                });
 }
 
+// How long the list is shows when it is read from the folders.
 int answer_with_types(sd_bus_message *call, Service &service)
 {
     Request request(call, &service);
-    return request.answer_later([&folders = service.folders] { return folders.list(); });
+    return request.answer_later(Windows::of_name, [&service](sd_bus_message *reply) {
+        return append_bytes(reply, service.folders.list());
+    });
 }
 
-// A user who has just changed types sees what has come of it.
+// A user that has just changed types sees what has come of it.
 int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
@@ -110,21 +122,18 @@ int get_declaration_types(sd_bus_message *call, void *userdata, sd_bus_error *)
 
 const sd_bus_vtable consumer_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Subscribe", "ssuay", nullptr, in_turn<subscribe>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Unsubscribe", "su", nullptr, in_turn<unsubscribe>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("RefreshProperty", "su", nullptr, in_turn<refresh_property>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Disconnect", "s", nullptr, in_turn<disconnect>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetPropertyState", "ay", "ay", in_turn<get_property_state>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Subscribe", "ssuay", nullptr, subscribe, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Unsubscribe", "su", nullptr, unsubscribe, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RefreshProperty", "su", nullptr, refresh_property, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Disconnect", "s", nullptr, disconnect, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetPropertyState", "ay", "ay", get_property_state, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
 const sd_bus_vtable query_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("GetAllDeclarations", "", "ay", in_turn<get_all_declarations>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetDeclarationTypes", "", "ay", in_turn<get_declaration_types>,
+    SD_BUS_METHOD("GetAllDeclarations", "", "ay", get_all_declarations, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetDeclarationTypes", "", "ay", get_declaration_types,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };

@@ -19,7 +19,11 @@ using namespace qandor;
 
 namespace {
 
-using BusOwner = Owner<sd_bus, sd_bus_flush_close_unref>;
+// Nothing is flushed here: the bus may not read.
+using BusOwner = Owner<sd_bus, sd_bus_close_unref>;
+
+// How long the bus has at the end to take what is left.
+constexpr gint64 leaving_usec = 100 * 1000;
 
 bool succeeds(int r, const char *what)
 {
@@ -29,10 +33,34 @@ bool succeeds(int r, const char *what)
     return false;
 }
 
-int stop(sd_event_source *source, const signalfd_siginfo *, void *bus)
+int stop(sd_event_source *source, const signalfd_siginfo *, void *)
 {
-    sd_bus_release_name(static_cast<sd_bus *>(bus), DBUS_SERVICE_SWITCH);
     return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
+}
+
+int note_release(sd_bus_message *, void *is_released, sd_bus_error *)
+{
+    *static_cast<bool *>(is_released) = true;
+    return 1;
+}
+
+// Gives the name back, and the bus a moment to take what is left. The bus does both by itself when
+// the connection is closed, which is all that is done when it does not read.
+void leave(sd_bus *bus)
+{
+    const gint64 end = g_get_monotonic_time() + leaving_usec;
+    bool is_released = false;
+    sd_bus_slot *slot = nullptr;
+    int r = sd_bus_release_name_async(bus, &slot, DBUS_SERVICE_SWITCH, note_release, &is_released);
+    BusSlotOwner owner(slot);
+    while (r >= 0 && !is_released) {
+        r = sd_bus_process(bus, nullptr);
+        gint64 left = end - g_get_monotonic_time();
+        if (left <= 0)
+            return;
+        if (r == 0)
+            r = sd_bus_wait(bus, static_cast<guint64>(left));
+    }
 }
 
 int lose_bus(sd_bus_message *signal, void *event, sd_bus_error *)
@@ -80,8 +108,10 @@ bool watch_for_the_end(sd_event *event, sd_bus *bus)
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGHUP);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return succeeds(sd_event_add_signal(event, nullptr, SIGTERM, stop, bus), "wait for SIGTERM") &&
-           succeeds(sd_event_add_signal(event, nullptr, SIGINT, stop, bus), "wait for SIGINT") &&
+    return succeeds(sd_event_add_signal(event, nullptr, SIGTERM, stop, nullptr),
+                    "wait for SIGTERM") &&
+           succeeds(sd_event_add_signal(event, nullptr, SIGINT, stop, nullptr),
+                    "wait for SIGINT") &&
            succeeds(sd_bus_match_signal(bus, nullptr, "org.freedesktop.DBus.Local",
                                         "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                                         "Disconnected", lose_bus, event),
@@ -110,7 +140,7 @@ int open_bus(sd_bus **bus)
         r = sd_bus_set_bus_client(*bus, 1);
     if (r >= 0)
         r = sd_bus_negotiate_fds(*bus, 0);
-    // What is left at the end is flushed here, unless the bus takes nothing more.
+    // The end is leave(), which does not wait for a bus that does not read.
     if (r >= 0)
         r = sd_bus_set_close_on_exit(*bus, 0);
     return r < 0 ? r : sd_bus_start(*bus);
@@ -142,8 +172,8 @@ int run(const Options &options, const Configuration &configuration)
     log_line(LogLevel::Info, "serving %s", DBUS_SERVICE_SWITCH);
     int status = sd_event_loop(event);
     notifier.stopping();
-    if (status != EXIT_SUCCESS)
-        sd_bus_close(bus);
+    if (status == EXIT_SUCCESS)
+        leave(bus);
     return status < 0 ? EXIT_FAILURE : status;
 }
 

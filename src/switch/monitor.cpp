@@ -76,28 +76,31 @@ public:
             log_line(LogLevel::Warning, "a list is too long for the bus and is cut short");
         return fits;
     }
+    std::size_t taken() const { return most - left_; }
 
 private:
     static constexpr std::size_t row = 64; // its other members
+    static constexpr std::size_t most = 30 << 20;
 
-    std::size_t left_ = 30 << 20;
+    std::size_t left_ = most;
 };
 
-// A list as the answer to a call: rows of the types, each appended by its function.
-template <class Append> int answer_list(sd_bus_message *call, const char *types, Append append)
+// A list as the answer to a call: rows of the types, of about so many bytes together, each appended
+// by the function when the answer goes out.
+template <class Append>
+int answer_list(sd_bus_message *call, Service &service, std::size_t bytes, const char *types,
+                Append append)
 {
-    sd_bus_message *reply = nullptr;
-    int r = sd_bus_message_new_method_return(call, &reply);
-    if (r < 0)
-        return r;
-    BusMessageOwner owner(reply);
-    Room room;
-    r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, types);
-    if (r >= 0)
-        r = append(reply, room);
-    if (r >= 0)
-        r = sd_bus_message_close_container(reply);
-    return r < 0 ? r : sd_bus_send(nullptr, reply, nullptr);
+    service.replies.answer_later(call, bytes, [=](sd_bus_message *reply) -> gint64 {
+        Room room;
+        int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, types);
+        if (r >= 0)
+            r = append(reply, room);
+        if (r >= 0)
+            r = sd_bus_message_close_container(reply);
+        return r < 0 ? r : static_cast<gint64>(room.taken());
+    });
+    return 1;
 }
 
 // Ids as the last member of a row, which is open.
@@ -123,27 +126,30 @@ int append_peer(sd_bus_message *reply, const Peer &peer)
 
 int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
-    const Book &book = service_of(userdata).book;
-    return answer_list(call, "(sssuuuau)", [&](sd_bus_message *reply, Room &room) {
-        int r = 0;
-        for (const auto &[address, producer] : book.producers()) {
-            if (!room.take(texts_of(producer.peer), producer.global_ids.size()))
-                break;
-            r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuuau");
-            if (r >= 0)
-                r = append_peer(reply, producer.peer);
-            if (r >= 0)
-                r = sd_bus_message_append(reply, "u", producer.id);
-            if (r >= 0)
-                r = append_ids(reply, producer.global_ids,
-                               [](const auto &id) { return id.second; });
-            if (r >= 0)
-                r = sd_bus_message_close_container(reply);
-            if (r < 0)
-                break;
-        }
-        return r;
-    });
+    Service &service = service_of(userdata);
+    const Book &book = service.book;
+    std::size_t bytes = book.producers().size() * 128 + book.declarations().size() * 4;
+    return answer_list(
+        call, service, bytes, "(sssuuuau)", [&book](sd_bus_message *reply, Room &room) {
+            int r = 0;
+            for (const auto &[address, producer] : book.producers()) {
+                if (!room.take(texts_of(producer.peer), producer.global_ids.size()))
+                    break;
+                r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuuau");
+                if (r >= 0)
+                    r = append_peer(reply, producer.peer);
+                if (r >= 0)
+                    r = sd_bus_message_append(reply, "u", producer.id);
+                if (r >= 0)
+                    r = append_ids(reply, producer.global_ids,
+                                   [](const auto &id) { return id.second; });
+                if (r >= 0)
+                    r = sd_bus_message_close_container(reply);
+                if (r < 0)
+                    break;
+            }
+            return r;
+        });
 }
 
 int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
@@ -152,24 +158,27 @@ int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
     Request request(call, &service);
     if (!request.check_sender_is_trusted(see_who_listens))
         return request.refusal();
-    return answer_list(call, "(sssuuau)", [&](sd_bus_message *reply, Room &room) {
-        int r = 0;
-        for (const auto &[address, consumer] : service.book.consumers()) {
-            if (!room.take(texts_of(consumer.peer), consumer.subscription_ids.size()))
-                break;
-            r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuau");
-            if (r >= 0)
-                r = append_peer(reply, consumer.peer);
-            if (r >= 0)
-                r = append_ids(reply, consumer.subscription_ids,
-                               [](const auto &id) { return id.second; });
-            if (r >= 0)
-                r = sd_bus_message_close_container(reply);
-            if (r < 0)
-                break;
-        }
-        return r;
-    });
+    const Book &book = service.book;
+    std::size_t bytes = book.consumers().size() * 128 + book.subscriptions().size() * 4;
+    return answer_list(
+        call, service, bytes, "(sssuuau)", [&book](sd_bus_message *reply, Room &room) {
+            int r = 0;
+            for (const auto &[address, consumer] : book.consumers()) {
+                if (!room.take(texts_of(consumer.peer), consumer.subscription_ids.size()))
+                    break;
+                r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "sssuuau");
+                if (r >= 0)
+                    r = append_peer(reply, consumer.peer);
+                if (r >= 0)
+                    r = append_ids(reply, consumer.subscription_ids,
+                                   [](const auto &id) { return id.second; });
+                if (r >= 0)
+                    r = sd_bus_message_close_container(reply);
+                if (r < 0)
+                    break;
+            }
+            return r;
+        });
 }
 
 int append_subscription(sd_bus_message *reply, const Subscription &subscription,
@@ -194,21 +203,25 @@ int list_subscriptions(sd_bus_message *call, void *userdata, sd_bus_error *)
     Request request(call, &service);
     if (!request.check_sender_is_trusted(see_who_listens))
         return request.refusal();
-    return answer_list(call, "(ussubsau)", [&](sd_bus_message *reply, Room &room) {
-        int r = 0;
-        for (const auto &[id, subscription] : service.book.subscriptions()) {
-            const PeerAddress &consumer = subscription.consumer;
-            std::string text = to_text(expression_of(subscription.record.get()));
-            auto matching = service.book.find_declarations(subscription.record.get());
-            if (!room.take(consumer.name.size() + consumer.object.size() + text.size(),
-                           matching.size()))
-                break;
-            r = append_subscription(reply, subscription, text, matching);
-            if (r < 0)
-                break;
-        }
-        return r;
-    });
+    const Book &book = service.book;
+    std::size_t bytes = book.subscriptions().size() * 256;
+    return answer_list(
+        call, service, bytes, "(ussubsau)", [&book](sd_bus_message *reply, Room &room) {
+            int r = 0;
+            for (const auto &[id, shared] : book.subscriptions()) {
+                const Subscription &subscription = *shared;
+                const PeerAddress &consumer = subscription.consumer;
+                std::string text = to_text(expression_of(subscription.record.get()));
+                auto matching = book.find_declarations(subscription.record.get());
+                if (!room.take(consumer.name.size() + consumer.object.size() + text.size(),
+                               matching.size()))
+                    break;
+                r = append_subscription(reply, subscription, text, matching);
+                if (r < 0)
+                    break;
+            }
+            return r;
+        });
 }
 
 struct LimitRow {
@@ -244,17 +257,19 @@ int list_limits(sd_bus_message *call, void *userdata, sd_bus_error *)
     if (!request.find_sender(sender))
         return request.refusal();
     bool sees_all = sender.uid == 0 || sender.uid == geteuid();
-    return answer_list(call, "(ustt)", [&](sd_bus_message *reply, Room &) {
-        int r = 0;
-        for (const auto &[uid, usage] : service.accounts.usages())
-            if (r >= 0 && (sees_all || uid == sender.uid))
-                r = append_limits(reply, uid, usage, service.accounts.limits(uid));
-        if (r >= 0 && sees_all)
-            r = sd_bus_message_append(reply, "(ustt)", G_MAXUINT32, "total_stored_bytes",
-                                      service.accounts.total().declared_bytes,
-                                      service.accounts.total_limit());
-        return r;
-    });
+    std::size_t bytes = service.accounts.usages().size() * 512;
+    return answer_list(
+        call, service, bytes, "(ustt)", [=, &service](sd_bus_message *reply, Room &) {
+            int r = 0;
+            for (const auto &[uid, usage] : service.accounts.usages())
+                if (r >= 0 && (sees_all || uid == sender.uid))
+                    r = append_limits(reply, uid, usage, service.accounts.limits(uid));
+            if (r >= 0 && sees_all)
+                r = sd_bus_message_append(reply, "(ustt)", G_MAXUINT32, "total_stored_bytes",
+                                          service.accounts.total().declared_bytes,
+                                          service.accounts.total_limit());
+            return r;
+        });
 }
 
 const sd_bus_vtable vtable[] = {
@@ -263,13 +278,11 @@ const sd_bus_vtable vtable[] = {
     SD_BUS_PROPERTY("Consumers", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_PROPERTY("Declarations", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_PROPERTY("Subscriptions", "u", get_count, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
-    SD_BUS_METHOD("ListProducers", "", "a(sssuuuau)", in_turn<list_producers>,
+    SD_BUS_METHOD("ListProducers", "", "a(sssuuuau)", list_producers, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListConsumers", "", "a(sssuuau)", list_consumers, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListSubscriptions", "", "a(ussubsau)", list_subscriptions,
                   SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListConsumers", "", "a(sssuuau)", in_turn<list_consumers>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListSubscriptions", "", "a(ussubsau)", in_turn<list_subscriptions>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ListLimits", "", "a(ustt)", in_turn<list_limits>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ListLimits", "", "a(ustt)", list_limits, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
@@ -285,6 +298,8 @@ Monitor::Monitor(Service &service)
 
 int Monitor::serve()
 {
+    service_.methods.add({DBUS_OBJECT_SWITCH, interface, vtable});
+    // sd-bus tells of changes of what it knows.
     int r = sd_bus_add_object_vtable(service_.bus, nullptr, DBUS_OBJECT_SWITCH, interface, vtable,
                                      &service_);
     return r < 0 ? r : watch_.begin(sd_bus_get_event(service_.bus));

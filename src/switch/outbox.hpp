@@ -1,50 +1,87 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// What is to be sent, in the order in which it has come about. It goes out as fast as the bus takes
-// it, and is only made then, so that what waits costs little, however large it will be. Whose call
-// has caused what waits is known: nobody is to cause more before it has gone out.
+// What is to be sent, in a queue for each bus name, and how much of what was sent has not been
+// read.
 //
-// Peers who do not read make the bus keep what they are told, and when it keeps too much of the
-// switch's it reads nothing more from it, for ever. Then the event loop ends: all comes back to a
-// new switch, on a connection of its own.
+//     user 1000   :1.5  [#### sent, not read | waits waits waits ]   window of :1.5 full: it waits
+//                 :1.7  [## sent, not read   |                   ]   goes out at once
+//     user 1001   :1.9  [# sent, not read    | waits             ]   its turn comes after user
+//     1000's
+//
+// A bus keeps what a peer has not read, charges it to the sender, and reads nothing more from a
+// sender that has too much there. So the switch itself bounds what is on the way (see windows.hpp),
+// and what is beyond waits here. That a peer has read is seen by an acknowledgement.
+//
+// - Everything to one name goes through its queue, replies too: its order is kept.
+// - Users are served in turns, and the names of a user in turns.
+// - What waits is small: it is made when it goes out.
+// - What waits is bounded for each name and each user. A peer beyond that is lost: see take_lost().
 #pragma once
 
-#include "platform/owners.hpp"
+#include "switch/acknowledgements.hpp"
+#include "switch/windows.hpp"
 
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 
 #include <glib.h>
 
 #include <deque>
 #include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace qandor {
 
 class Outbox {
 public:
-    using Send = std::function<void()>;
+    // Makes a message and sends it. Returns how many bytes it has, or a negative errno.
+    using Send = std::function<gint64()>;
 
-    explicit Outbox(sd_bus *bus) : bus_(bus) {}
+    // Whether a name waits for an answer that is still to be made.
+    using WaitsForAnswer = std::function<bool(const std::string &name, guint32 uid)>;
+
+    Outbox(sd_bus *bus, WaitsForAnswer waits_for_answer);
     Outbox(const Outbox &) = delete;
     Outbox &operator=(const Outbox &) = delete;
+    ~Outbox();
 
-    // From now on the event loop ends when the bus has not taken for long what waits. A negative
-    // errno on failure.
-    int watch(sd_event *event);
+    // A name that may be sent to, until it leaves the bus.
+    void know(const std::string &name, guint32 uid);
+    void forget(const std::string &name);
+    // Throws away what waits for the name. What it has not read is remembered.
+    void clear(const std::string &name);
 
-    // Sends at once when nothing waits and the bus takes it, in its turn else. Without a function
-    // it stands for what has been sent directly before.
-    void add(Send send);
-    // Whether something that the user has caused has not gone out yet.
-    bool holds(guint32 uid) const { return waiting_.contains(uid); }
+    enum class Kind { Call, Reply };
 
-    // Sends what has waited longest; false when there is nothing, or the bus does not take it.
+    // Sends about so many bytes to the name, at once or in its turn. Nothing for unknown names.
+    void add(const std::string &name, Kind kind, guint64 bytes, Send send);
+    // The name has begun to wait for an answer.
+    void note_waiting(const std::string &name);
+    // Whether the present cause may add to what waits for the name. A user who makes the switch say
+    // much waits for those who are told, as long as they read.
+    bool has_room(const std::string &name) const;
+    // Whether little waits for the name: it reads what it is told.
+    bool is_read(const std::string &name) const;
+
+    // Sends one message; false when none may go out, or the bus does not take it.
     bool send_next();
-    // The event loop has had its turn: for a while everything may go out at once again.
-    void begin_round() { left_in_round_ = most_in_round; }
+    bool is_empty() const { return waiting_ == 0; }
+    // Whether something waits for the bus alone. More work would only make more wait.
+    bool is_congested() { return waiting_ > 0 && !bus_takes_more(); }
+
+    // The names that read nothing, or cannot be reached. The caller forgets them like names that
+    // have left.
+    std::vector<std::string> take_lost() { return std::exchange(lost_, {}); }
+
+    // To be called about once a second while something waits.
+    void look_again();
+    // Whether the bus has taken nothing for long, by the real clock.
+    bool is_stuck() const { return is_stuck_; }
 
     // What is added while this lives is caused by the user.
     class Cause {
@@ -61,29 +98,62 @@ public:
         Outbox &outbox_;
         guint32 before_;
     };
+    void set_cause(guint32 uid) { cause_ = uid; }
 
-    // So much goes out, or is done, before the event loop sees to others.
-    static constexpr guint most_in_round = 64;
+    // What may wait.
+    static constexpr std::size_t most_of_name = 16384;
+    static constexpr std::size_t most_of_user = 65536;
+    static constexpr guint64 most_bytes_of_name = 16 << 20;
+    static constexpr guint64 most_bytes_of_user = 32 << 20;
+    // Caused by one user for one name, beyond which the cause waits while the name reads.
+    static constexpr std::size_t share_of_cause = 1024;
+    // A name that has shown no progress for so long does not read: nobody waits for it.
+    static constexpr gint64 reading_usec = 5 * G_USEC_PER_SEC;
+    // The same for what its own user causes.
+    static constexpr gint64 own_reading_usec = 30 * G_USEC_PER_SEC;
+    // A name whose calls may be handled has fewer than this waiting.
+    static constexpr std::size_t most_unread = 64;
 
 private:
+    struct User;
+    struct Recipient;
     struct Item {
-        guint32 uid;
         Send send;
+        Kind kind;
+        guint64 bytes;
+        guint32 cause;
     };
 
-    static int look_for_progress(sd_event_source *, uint64_t, void *outbox);
+    static guint64 kept_bytes(const Item &item);
 
-    void look_later();
+    Recipient *find(const std::string &name) const;
+    User &user_of(guint32 uid);
     bool bus_takes_more();
+    bool is_stalled(const Recipient &recipient, gint64 usec) const;
+    bool may_go(Recipient &recipient, Kind kind, guint64 bytes);
+    Item take_first(Recipient &recipient);
+    void send(Recipient &recipient, const Send &send);
+    void queue(Recipient &recipient, Item item);
+    void check_bounds(Recipient &recipient);
+    void lose(Recipient &recipient, const char *why);
+    void unqueue_all(Recipient &recipient, std::deque<Item> &items);
+    bool send_of(User &user);
+    void acknowledge(const std::string &name);
+    void unblock_all();
 
     sd_bus *bus_;
-    std::deque<Item> items_;
-    std::unordered_map<guint32, std::size_t> waiting_; // items by user id
-    guint32 cause_ = G_MAXUINT32;                      // nobody
-    guint left_in_round_ = most_in_round;
-    guint64 taken_ = 0; // how often the bus took more
-    guint64 taken_at_last_look_ = 0;
-    EventTimerOwner look_;
+    WaitsForAnswer waits_for_answer_;
+    Windows windows_;
+    Acknowledgements acknowledgements_;
+    std::unordered_map<std::string, std::unique_ptr<Recipient>> recipients_;
+    std::map<guint32, User> users_;
+    std::vector<std::string> lost_;
+    std::size_t waiting_ = 0;     // items, of all
+    guint32 last_uid_ = 0;        // whose turn it was
+    guint32 cause_ = G_MAXUINT32; // nobody
+    gint64 taken_;                // when the bus took all it was given, monotonic
+    bool was_stuck_ = false;
+    bool is_stuck_ = false;
 };
 
 } // namespace qandor

@@ -10,11 +10,17 @@
 namespace qandor {
 
 struct Declaration;
+struct PeerAddress;
 struct Subscription;
 
 class Post {
 public:
     virtual ~Post() = default;
+
+    // The user who causes what is told from now on.
+    virtual void set_cause(guint32 uid) = 0;
+    // Whether the peer may be told more now; otherwise the cause waits.
+    virtual bool has_room(const PeerAddress &peer) const = 0;
 
     virtual void global_declare_id(const Declaration &declaration) = 0;
     virtual void declaration_complete(const Declaration &declaration) = 0;

@@ -35,7 +35,7 @@ int declare(sd_bus_message *call, void *userdata, sd_bus_error *)
     DeclarationOwner record(event_declaration_deserialize(request.record()));
     // First the answer: a declaration that is replaced has its subscribers told.
     int r = request.answer();
-    book.announce(book.declare(peer, std::move(record)));
+    book.declare(peer, std::move(record));
     return r;
 }
 
@@ -150,9 +150,9 @@ int remove_declaration(sd_bus_message *call, void *userdata, sd_bus_error *)
 
 const sd_bus_vtable producer_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Declare", "ssay", nullptr, in_turn<declare>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Undeclare", "su", nullptr, in_turn<undeclare>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Disconnect", "s", nullptr, in_turn<disconnect>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Declare", "ssay", nullptr, declare, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Undeclare", "su", nullptr, undeclare, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Disconnect", "s", nullptr, disconnect, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("AddDeclaration", "say", nullptr, add_declaration, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("RemoveDeclaration", "s", nullptr, remove_declaration,
                   SD_BUS_VTABLE_UNPRIVILEGED),

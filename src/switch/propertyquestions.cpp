@@ -3,6 +3,7 @@
 #include "switch/propertyquestions.hpp"
 
 #include "switch/buspost.hpp"
+#include "switch/replybudget.hpp"
 
 #include <qandor/serialize.h>
 
@@ -89,7 +90,7 @@ struct PropertyQuestions::Asking {
     guint32 asker; // user ids
     guint32 declarer;
     std::string name;
-    BusSlotOwner slot;
+    BusSlotOwner slot; // NULL until the call goes out
     std::list<Asking>::iterator place;
 };
 
@@ -98,9 +99,9 @@ bool PropertyQuestions::Asked::must_queue() const
     return under_way >= max_askings_of_name && !silent;
 }
 
-PropertyQuestions::PropertyQuestions(sd_bus *bus, Outbox &outbox, Post &post, Book &book,
-                                     Accounts &accounts)
-    : bus_(bus), outbox_(outbox), post_(post), book_(book), accounts_(accounts)
+PropertyQuestions::PropertyQuestions(sd_bus *bus, Outbox &outbox, Replies &replies, Post &post,
+                                     Book &book, Accounts &accounts)
+    : bus_(bus), outbox_(outbox), replies_(replies), post_(post), book_(book), accounts_(accounts)
 {
 }
 
@@ -116,8 +117,7 @@ void PropertyQuestions::ask(sd_bus_message *call, guint32 uid,
 {
     std::vector<const Declaration *> properties = book_.find_properties(expression);
     if (properties.empty()) {
-        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_FILE_NOT_FOUND,
-                                   "No property matches the expression");
+        replies_.refuse(call, SD_BUS_ERROR_FILE_NOT_FOUND, "No property matches the expression");
         return;
     }
     guint32 token = next_id(last_token_, questions_);
@@ -178,11 +178,6 @@ bool PropertyQuestions::ask_next(Question &question, Share &share)
     return true;
 }
 
-guint32 PropertyQuestions::declarer_of(const Declaration &declaration) const
-{
-    return book_.producers().at(declaration.producer).peer.uid;
-}
-
 bool PropertyQuestions::may_wait_for_answer(guint32 asker, guint32 declarer,
                                             const std::string &name) const
 {
@@ -194,12 +189,15 @@ bool PropertyQuestions::may_wait_for_answer(guint32 asker, guint32 declarer,
 // The declaration is there.
 void PropertyQuestions::ask_producer(Question &question, const Unasked &next)
 {
-    guint32 declarer = declarer_of(*book_.find_declaration(next.global_id));
+    guint32 declarer = book_.find_declaration(next.global_id)->uid;
     Asking *asking = may_wait_for_answer(question.uid, declarer, next.name)
                          ? &begin_asking(question, declarer, next.name)
                          : nullptr;
     Outbox::Cause cause(outbox_, question.uid);
-    outbox_.add([this, next, asking] { subscribe(next, asking); });
+    std::size_t bytes = question.expression.size();
+    outbox_.add(next.name, Outbox::Kind::Call, bytes, [this, next, asking, bytes]() -> gint64 {
+        return subscribe(next, asking) ? static_cast<gint64>(bytes) : 0;
+    });
 }
 
 PropertyQuestions::Asking &
@@ -212,8 +210,8 @@ PropertyQuestions::begin_asking(const Question &question, guint32 declarer, cons
     return askings_.front();
 }
 
-// Meanwhile the question or the declaration may have gone.
-void PropertyQuestions::subscribe(const Unasked &next, Asking *asking)
+// Meanwhile the question or the declaration may have gone. Returns whether something was sent.
+bool PropertyQuestions::subscribe(const Unasked &next, Asking *asking)
 {
     auto question = questions_.find(next.token);
     const Declaration *declaration = book_.find_declaration(next.global_id);
@@ -230,6 +228,7 @@ void PropertyQuestions::subscribe(const Unasked &next, Asking *asking)
         end_asking(*asking);
     else if (!is_sent)
         count_answer(next.token, next.name);
+    return is_sent;
 }
 
 // The bus answers for a producer that leaves; until then the call counts there, so it counts here
@@ -360,7 +359,7 @@ int PropertyQuestions::end_of_grace(sd_event_source *, uint64_t, void *data)
 void PropertyQuestions::refuse(Question &question, const char *reason)
 {
     BusMessageOwner call = end(question);
-    sd_bus_reply_method_errorf(call.get(), SD_BUS_ERROR_FILE_NOT_FOUND, "%s", reason);
+    replies_.refuse(call.get(), SD_BUS_ERROR_FILE_NOT_FOUND, reason);
 }
 
 bool PropertyQuestions::expects(guint32 token, const std::string &sender) const
@@ -377,12 +376,9 @@ void PropertyQuestions::receive(const event *event, guint32 token)
     PropertyStateOwner state = state_from(event);
     ArrayOwner bytes(property_state_serialize(state.get()));
     BusMessageOwner call = end(question);
-    sd_bus_message *reply = nullptr;
-    if (sd_bus_message_new_method_return(call.get(), &reply) >= 0) {
-        BusMessageOwner owner(reply);
-        sd_bus_message_append_array(reply, 'y', bytes->data, bytes->len);
-        sd_bus_send(bus_, reply, nullptr);
-    }
+    replies_.answer(call.get(), [&bytes](sd_bus_message *reply) {
+        return sd_bus_message_append_array(reply, 'y', bytes->data, bytes->len);
+    });
 }
 
 // Takes the switch's own subscription back where it was made and its declaration still is. Leaves
@@ -408,6 +404,19 @@ void PropertyQuestions::forget_peer(const std::string &name)
             orphaned.push_back(token);
     for (guint32 token : orphaned)
         end(*questions_.at(token));
+    forget_unsent(name);
+}
+
+// The outbox has thrown away what waited for the name. The bus answers for it what was sent.
+void PropertyQuestions::forget_unsent(const std::string &name)
+{
+    auto is_unsent = [&name](const Asking &asking) { return asking.name == name && !asking.slot; };
+    for (;;) {
+        auto unsent = std::ranges::find_if(askings_, is_unsent);
+        if (unsent == askings_.end())
+            return;
+        end_asking(*unsent);
+    }
 }
 
 } // namespace qandor

@@ -12,6 +12,7 @@
 
 #include "switch/book.hpp"
 #include "switch/outbox.hpp"
+#include "switch/replies.hpp"
 #include "switch/replybudget.hpp"
 
 #include <systemd/sd-bus.h>
@@ -28,7 +29,8 @@ public:
     // The path of the object on which the switch receives the events.
     static constexpr const char *object = "/com/vemo/Event/Switch/Questions";
 
-    PropertyQuestions(sd_bus *bus, Outbox &outbox, Post &post, Book &book, Accounts &accounts);
+    PropertyQuestions(sd_bus *bus, Outbox &outbox, Replies &replies, Post &post, Book &book,
+                      Accounts &accounts);
     ~PropertyQuestions();
     PropertyQuestions(const PropertyQuestions &) = delete;
     PropertyQuestions &operator=(const PropertyQuestions &) = delete;
@@ -43,7 +45,7 @@ public:
     // Such an event has come.
     void receive(const event *event, guint32 token);
 
-    // Nobody waits for an answer any more.
+    // The name has left, or is dropped: nobody waits for its answers, nor is it asked.
     void forget_peer(const std::string &name);
 
 private:
@@ -72,10 +74,9 @@ private:
     void ask_more(Question &question, Share &share);
     bool ask_next(Question &question, Share &share);
     void ask_producer(Question &question, const Unasked &next);
-    guint32 declarer_of(const Declaration &declaration) const;
     bool may_wait_for_answer(guint32 asker, guint32 declarer, const std::string &name) const;
     Asking &begin_asking(const Question &question, guint32 declarer, const std::string &name);
-    void subscribe(const Unasked &next, Asking *asking);
+    bool subscribe(const Unasked &next, Asking *asking);
     int send(sd_bus_message *call, Asking *asking);
     void end_asking(Asking &asking);
     void ask_queued(const std::string &name);
@@ -87,9 +88,11 @@ private:
     void start_timer(Question &question, guint64 usec, sd_event_time_handler_t handler);
     void refuse(Question &question, const char *reason);
     BusMessageOwner end(Question &question);
+    void forget_unsent(const std::string &name);
 
     sd_bus *bus_;
     Outbox &outbox_;
+    Replies &replies_;
     Post &post_;
     Book &book_;
     Accounts &accounts_;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A stock bus refuses a connection its 129th unanswered call, and a peer may never answer. So the
-// calls for which the switch waits are bounded, and each purpose, each user and each name has a
-// share of them.
+// A stock bus refuses a connection its 129th unanswered call, and a peer may stay silent for ever:
+// the bus counts the call until the peer leaves. So the calls for which the switch waits are
+// bounded, and each purpose, each user and each name has a share of them. Calls to the bus itself
+// do not count there.
 #pragma once
 
 #include <glib.h>
@@ -20,7 +21,13 @@ inline constexpr guint max_askings_of_declarer = 24;
 // To one bus name; further ones wait in a queue, unless the name has left a question unanswered.
 inline constexpr guint max_askings_of_name = 4;
 
-// Those of them that are under way.
+// Acknowledgements: Ping calls, which a peer answers when it has read what stands before them.
+inline constexpr std::size_t acknowledgement_calls = 60;
+
+inline constexpr std::size_t stock_bus_calls = 128;
+static_assert(max_askings + acknowledgement_calls < stock_bus_calls);
+
+// The askings that are under way.
 class Askings {
 public:
     bool has_room(guint32 asker, guint32 declarer) const

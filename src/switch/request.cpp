@@ -22,20 +22,9 @@ std::string shortened(const char *text)
     return {text, end};
 }
 
-int answer_bytes(sd_bus_message *call, const std::string &bytes)
-{
-    sd_bus_message *made = nullptr;
-    int r = sd_bus_message_new_method_return(call, &made);
-    if (r < 0)
-        return r;
-    BusMessageOwner reply(made);
-    r = sd_bus_message_append_array(made, 'y', bytes.data(), bytes.size());
-    return r < 0 ? r : sd_bus_send(nullptr, made, nullptr);
-}
-
 } // namespace
 
-// sd-bus has checked the signature, so what is read here is there.
+// The signature has been checked, so what is read here is there.
 
 const char *Request::read_text()
 {
@@ -55,7 +44,7 @@ bool Request::refuse(const char *error, const std::string &reason)
 {
     log_line(LogLevel::Debug, "%s of %s is refused: %s", sd_bus_message_get_member(call_),
              sd_bus_message_get_sender(call_), reason.c_str());
-    refusal_ = sd_bus_reply_method_errorf(call_, error, "%s", reason.c_str());
+    service_.replies.refuse(call_, error, reason);
     return false;
 }
 
@@ -113,20 +102,26 @@ bool Request::has_key(std::string_view name) const
     return std::ranges::find(key_names_, name) != key_names_.end();
 }
 
-int Request::answer_later(std::function<std::string()> make_bytes)
+int Request::answer()
 {
-    std::shared_ptr<sd_bus_message> call(sd_bus_message_ref(call_), sd_bus_message_unref);
-    service_.outbox.add([call, make_bytes = std::move(make_bytes)] {
-        int r = answer_bytes(call.get(), make_bytes());
-        if (r < 0)
-            sd_bus_reply_method_errno(call.get(), r, nullptr);
-    });
+    return answer_with([](sd_bus_message *) { return 0; });
+}
+
+int Request::answer_with(const std::function<int(sd_bus_message *)> &append)
+{
+    service_.replies.answer(call_, append);
+    return 1;
+}
+
+int Request::answer_later(std::size_t bytes, Replies::AppendMany append)
+{
+    service_.replies.answer_later(call_, bytes, std::move(append));
     return 1;
 }
 
 bool Request::find_sender(Sender &sender)
 {
-    std::optional<Sender> found = service_.senders.find(call_);
+    std::optional<Sender> found = service_.senders.find_known(sd_bus_message_get_sender(call_));
     if (!found)
         return refuse(SD_BUS_ERROR_ACCESS_DENIED, "The bus does not tell who the caller is");
     sender = *found;

@@ -46,11 +46,13 @@ public:
     RecordCost cost() const { return cost_of(shape_, record_.len); }
     bool has_key(std::string_view name) const;
 
-    int answer() { return sd_bus_reply_method_return(call_, nullptr); }
-    // With bytes that are made when the bus takes the answer: they may be many.
-    int answer_later(std::function<std::string()> make_bytes);
+    int answer();
+    // With what is appended to the reply now.
+    int answer_with(const std::function<int(sd_bus_message *reply)> &append);
+    // With about so many bytes, appended when the reply goes out: they may be many.
+    int answer_later(std::size_t bytes, Replies::AppendMany append);
     // What to return after a check has refused the call.
-    int refusal() const { return refusal_; }
+    int refusal() const { return 1; }
     bool refuse(const char *error, const std::string &reason);
     // Whether the sender is root or the switch's own user; refused otherwise.
     bool check_sender_is_trusted(const char *to_do_what);
@@ -61,7 +63,6 @@ private:
     GArray record_ = {};
     std::vector<std::string_view> key_names_;
     RecordShape shape_;
-    int refusal_ = 0;
 };
 
 } // namespace qandor

@@ -2,10 +2,13 @@
 
 #include "switch/service.hpp"
 
+#include "switch/log.hpp"
 #include "switch/request.hpp"
 
 #include <qandor/consumerbusclient.h>
 #include <qandor/switchbusclient.h>
+
+#include <cstdlib>
 
 namespace qandor {
 namespace {
@@ -28,6 +31,18 @@ int receive_event(sd_bus_message *call, void *userdata, sd_bus_error *)
     return r;
 }
 
+// An event that somebody was asked for is handled at once: the answer to the question comes behind
+// it, and would overtake it otherwise. There are no more of them than questions.
+bool is_expected_event(sd_bus_message *call, const PropertyQuestions &questions)
+{
+    guint32 token = 0;
+    if (!g_str_equal(sd_bus_message_get_path(call), PropertyQuestions::object) ||
+        sd_bus_message_skip(call, "ay") < 0 || sd_bus_message_read(call, "u", &token) <= 0)
+        token = 0;
+    sd_bus_message_rewind(call, 1);
+    return token != 0 && questions.expects(token, sd_bus_message_get_sender(call));
+}
+
 const sd_bus_vtable question_vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Event", "ayu", nullptr, receive_event, SD_BUS_VTABLE_UNPRIVILEGED),
@@ -45,13 +60,7 @@ int name_owner_changed(sd_bus_message *signal, void *userdata, sd_bus_error *)
         return 0;
     if (name[0] != ':' || *new_owner)
         return 0;
-    auto &service = *static_cast<Service *>(userdata);
-    std::optional<Sender> sender = service.senders.find_known(name);
-    Outbox::Cause cause(service.outbox, sender ? sender->uid : G_MAXUINT32);
-    service.turns.forget_peer(name);
-    service.questions.forget_peer(name);
-    service.book.forget_peer(name);
-    service.senders.forget(name);
+    static_cast<Service *>(userdata)->forget(name);
     return 0;
 }
 
@@ -60,6 +69,27 @@ constexpr const char *leaving_rule =
     "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg2=''";
 
 } // namespace
+
+Service::Service(sd_bus *bus, const Configuration &configuration)
+    : bus(bus), accounts(configuration.limits),
+      senders(bus, [this](sd_bus_message *call, guint32 uid) { take(call, uid); }),
+      outbox(bus,
+             [this](const std::string &name, guint32 uid) { return turns.has_call_of(name, uid); }),
+      replies(outbox), post(bus, outbox), book(post, accounts, jobs),
+      questions(bus, outbox, replies, post, book, accounts),
+      folders(configuration.types_read_only, configuration.types_writable), type_changes(folders),
+      turns(accounts, {[this](guint32 uid) { return !jobs.is_busy(uid); },
+                       [this](const std::string &name) {
+                           return outbox.is_read(name) && !book.is_forgetting(name);
+                       },
+                       [this](sd_bus_message *call, guint32 uid) { handle(call, uid); }}),
+      rounds(
+          {[this] { return step(); }, [this] { return has_waiting(); }, [this] { look_again(); }}),
+      memory_return(
+          [this] { return accounts.total().stored_bytes + accounts.total().waiting_bytes; }),
+      monitor(*this)
+{
+}
 
 void Service::configure(const Configuration &configuration)
 {
@@ -74,40 +104,97 @@ Counts Service::counts() const
             book.subscriptions().size()};
 }
 
-// A sender who has left is told so by whoever handles his call.
-int Service::take(sd_bus_message *call, sd_bus_message_handler_t handle)
+// sd-bus would handle each call here and now; so none gets there.
+int Service::receive(sd_bus_message *message, void *userdata, sd_bus_error *)
 {
-    std::optional<Sender> sender = senders.find(call);
-    return sender ? turns.take(call, sender->uid, handle, this) : handle(call, this, nullptr);
+    if (!sd_bus_message_is_method_call(message, nullptr, nullptr))
+        return 0;
+    static_cast<Service *>(userdata)->senders.receive(message);
+    return 1;
+}
+
+// What is none of the methods is refused at once, so that what waits is of known types.
+void Service::take(sd_bus_message *call, guint32 uid)
+{
+    outbox.know(sd_bus_message_get_sender(call), uid);
+    Outbox::Cause cause(outbox, uid);
+    auto method = methods.find(call);
+    if (const auto *fault = std::get_if<CallFault>(&method))
+        replies.refuse(call, fault->error, fault->text);
+    else if (is_expected_event(call, questions))
+        handle(call, uid);
+    else if (auto reason = turns.take(call, uid))
+        replies.refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, *reason);
+    else
+        outbox.note_waiting(sd_bus_message_get_sender(call));
+}
+
+void Service::handle(sd_bus_message *call, guint32 uid)
+{
+    Outbox::Cause cause(outbox, uid);
+    auto method = methods.find(call);
+    if (const auto *handler = std::get_if<sd_bus_message_handler_t>(&method))
+        (*handler)(call, this, nullptr);
+}
+
+void Service::forget(const std::string &name)
+{
+    senders.forget(name);
+    turns.forget_peer(name);
+    outbox.forget(name);
+    book.forget_peer(name);
+    questions.forget_peer(name);
+}
+
+// A name that reads nothing is still there: it may call again, as if it were new.
+void Service::drop_lost()
+{
+    for (const std::string &name : outbox.take_lost()) {
+        turns.forget_peer(name);
+        outbox.clear(name);
+        book.forget_peer(name);
+        questions.forget_peer(name);
+    }
+}
+
+bool Service::step()
+{
+    drop_lost();
+    bool has_sent = outbox.send_next();
+    bool has_worked = !outbox.is_congested() && jobs.step();
+    return turns.handle_next() || has_worked || has_sent;
+}
+
+bool Service::has_waiting() const
+{
+    return !outbox.is_empty() || !jobs.is_empty() || !turns.is_empty();
+}
+
+void Service::look_again()
+{
+    outbox.look_again();
+    if (!outbox.is_stuck())
+        return;
+    log_line(LogLevel::Error, "the bus takes nothing from the switch any more");
+    sd_event_exit(sd_bus_get_event(bus), EXIT_FAILURE);
 }
 
 int Service::serve()
 {
-    struct {
-        const char *object;
-        const char *interface;
-        const sd_bus_vtable *vtable;
-    } served[] = {
-        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_PRODUCER, producer_vtable},
-        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_CONSUMER, consumer_vtable},
-        {DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_QUERY, query_vtable},
-        {PropertyQuestions::object, DBUS_INTERFACE_CONSUMER, question_vtable},
-    };
-    for (const auto &one : served) {
-        int r = sd_bus_add_object_vtable(bus, nullptr, one.object, one.interface, one.vtable, this);
-        if (r < 0)
-            return r;
-    }
+    methods.add({DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_PRODUCER, producer_vtable});
+    methods.add({DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_CONSUMER, consumer_vtable});
+    methods.add({DBUS_OBJECT_SWITCH, DBUS_INTERFACE_SWITCH_QUERY, query_vtable});
+    methods.add({PropertyQuestions::object, DBUS_INTERFACE_CONSUMER, question_vtable});
     folders.watch(sd_bus_get_event(bus));
     int r = type_changes.begin(sd_bus_get_event(bus));
     if (r >= 0)
-        r = outbox.watch(sd_bus_get_event(bus));
-    if (r >= 0)
-        r = turns.begin(sd_bus_get_event(bus));
+        r = memory_return.begin(sd_bus_get_event(bus));
     if (r >= 0)
         r = monitor.serve();
     if (r >= 0)
-        r = memory_return.begin(sd_bus_get_event(bus));
+        r = rounds.begin(bus);
+    if (r >= 0)
+        r = sd_bus_add_filter(bus, nullptr, receive, this);
     return r < 0 ? r : sd_bus_add_match(bus, nullptr, leaving_rule, name_owner_changed, this);
 }
 

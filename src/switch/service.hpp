@@ -1,16 +1,26 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The switch on the bus: its objects with their interfaces, and what each call does. Every call is
-// checked before anything changes, and answered before anybody else is told.
+// The switch on the bus: its objects with their interfaces, and the way of a call through it.
+//
+//     bus -> Senders -> Turns -> Methods -> Request -> Book -> Jobs -> Outbox -> bus
+//            who is     whose    what is    checked,   the     whom    in its
+//            it?        turn?    called?    answered   books   to tell turn
+//
+// Nothing in between waits for anybody: what cannot go on stands in a queue of its user's, which is
+// bounded. Every call is checked before anything changes, and answered before anybody else is told.
 #pragma once
 
 #include "switch/book.hpp"
 #include "switch/buspost.hpp"
 #include "switch/configuration.hpp"
+#include "switch/jobs.hpp"
 #include "switch/memoryreturn.hpp"
+#include "switch/methods.hpp"
 #include "switch/monitor.hpp"
 #include "switch/outbox.hpp"
 #include "switch/propertyquestions.hpp"
+#include "switch/replies.hpp"
+#include "switch/rounds.hpp"
 #include "switch/senders.hpp"
 #include "switch/turns.hpp"
 #include "switch/typechanges.hpp"
@@ -22,15 +32,7 @@ namespace qandor {
 
 class Service {
 public:
-    Service(sd_bus *bus, const Configuration &configuration)
-        : bus(bus), accounts(configuration.limits), outbox(bus), turns(outbox, accounts),
-          post(bus, outbox), book(post, accounts), questions(bus, outbox, post, book, accounts),
-          folders(configuration.types_read_only, configuration.types_writable),
-          type_changes(folders), monitor(*this), memory_return([this] {
-              return accounts.total().stored_bytes + accounts.total().waiting_bytes;
-          })
-    {
-    }
+    Service(sd_bus *bus, const Configuration &configuration);
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
 
@@ -42,29 +44,36 @@ public:
 
     Counts counts() const;
 
-    // Handles a call when its user's turn has come.
-    int take(sd_bus_message *call, sd_bus_message_handler_t handle);
+    // A name has left the bus.
+    void forget(const std::string &name);
 
     sd_bus *bus;
     Accounts accounts;
+    Methods methods;
     Senders senders;
     Outbox outbox;
-    Turns turns;
+    Replies replies;
+    Jobs jobs;
     BusPost post;
     Book book;
     PropertyQuestions questions;
     TypeFolders folders;
     TypeChanges type_changes;
-    Monitor monitor;
+    Turns turns;
+    Rounds rounds;
     MemoryReturn memory_return;
-};
+    Monitor monitor;
 
-// A method of the service as sd-bus calls it, in turn.
-template <sd_bus_message_handler_t handle>
-int in_turn(sd_bus_message *call, void *service, sd_bus_error *)
-{
-    return static_cast<Service *>(service)->take(call, handle);
-}
+private:
+    static int receive(sd_bus_message *message, void *service, sd_bus_error *);
+
+    void take(sd_bus_message *call, guint32 uid);
+    void handle(sd_bus_message *call, guint32 uid);
+    bool step();
+    bool has_waiting() const;
+    void look_again();
+    void drop_lost();
+};
 
 // The methods of each interface.
 extern const sd_bus_vtable producer_vtable[];

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Calls wait for their turn. A user's calls are handled one after another, each when all that the
-// one before has made the switch send has gone out. So whoever makes the switch say much waits for
+// Calls wait for their turn. The users take turns, and the names of a user. A user's next call is
+// handled when the work that the one before has caused is done, and a name's next call when the
+// name has read nearly all it was told. So a user who makes the switch work or say much waits for
 // that himself, and the others do not.
 #pragma once
 
 #include "platform/owners.hpp"
 #include "switch/accounts.hpp"
-#include "switch/outbox.hpp"
 
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -20,37 +20,46 @@ namespace qandor {
 
 class Turns {
 public:
-    Turns(Outbox &outbox, Accounts &accounts) : outbox_(outbox), accounts_(accounts) {}
+    // Who may be served now, and what serves a call.
+    struct Service {
+        std::function<bool(guint32 uid)> may_serve_user;
+        std::function<bool(const std::string &name)> may_serve_name;
+        std::function<void(sd_bus_message *call, guint32 uid)> handle;
+    };
+
+    Turns(Accounts &accounts, Service service) : accounts_(accounts), service_(std::move(service))
+    {
+    }
     Turns(const Turns &) = delete;
     Turns &operator=(const Turns &) = delete;
 
-    // From now on the event loop sees to what waits. A negative errno on failure.
-    int begin(sd_event *event);
-
-    // Handles a call now, or later; refuses it when too many of the user's calls wait.
-    int take(sd_bus_message *call, guint32 uid, sd_bus_message_handler_t handle, void *userdata);
+    // Files a call with its user. Says why not when too much of the user waits already.
+    std::optional<std::string> take(sd_bus_message *call, guint32 uid);
+    // Handles one call; false when none may be handled now.
+    bool handle_next();
     // Nobody waits for what the name has called any more.
     void forget_peer(const std::string &name);
+    bool is_empty() const { return waiting_.empty(); }
+    bool has_call_of(const std::string &name, guint32 uid) const;
 
 private:
     struct Waiting {
         BusMessageOwner call;
-        sd_bus_message_handler_t handle;
-        void *userdata;
         Charge charge;
+        bool only_asks;
+    };
+    struct User {
+        std::map<std::string, std::deque<Waiting>> calls; // by bus name
+        std::string last_name;                            // whose turn it was
     };
 
-    static int after_work(sd_event_source *, void *turns);
+    bool may_serve(guint32 uid, const std::string &name, const Waiting &first) const;
+    bool handle_next_of(guint32 uid, User &user);
 
-    int handle(sd_bus_message *call, guint32 uid, sd_bus_message_handler_t handle, void *userdata);
-    bool handle_next();
-
-    Outbox &outbox_;
     Accounts &accounts_;
-    std::map<guint32, std::deque<Waiting>> waiting_; // by user id
-    guint32 last_uid_ = 0;                           // whose turn it was
-    EventTimerOwner after_work_;
-    EventTimerOwner again_; // wakes the event loop when there is more to do
+    Service service_;
+    std::map<guint32, User> waiting_; // by user id
+    guint32 last_uid_ = 0;            // whose turn it was
 };
 
 } // namespace qandor

@@ -9,6 +9,7 @@
 #include "support/childprocess.hpp"
 #include "support/temporaryfolder.hpp"
 
+#include <csignal>
 #include <optional>
 
 namespace qandor::test {
@@ -28,6 +29,9 @@ public:
     // Kills it without warning; it can be started again, at the same address.
     void kill();
     void start();
+    // Stands still: it reads nothing and answers nothing.
+    void stop() { daemon_->signal(SIGSTOP); }
+    void go_on() { daemon_->signal(SIGCONT); }
 
     BusKind kind() const { return kind_; }
     const std::string &address() const { return address_; }

@@ -159,8 +159,8 @@ TEST_F(BookkeepingTest, DeclaringAndSubscribingAgainReplaces)
     producer.take();
     consumer.take();
     declare(producer, "Device", 40);
-    EXPECT_THAT(producer.take_members(), ElementsAre("GlobalDeclareId(40,2,1)", "Subscribe(40)",
-                                                     "DeclarationComplete(40,2)"));
+    EXPECT_THAT(producer.take_members(), ElementsAre("Unsubscribe(1,40)", "GlobalDeclareId(40,2,1)",
+                                                     "Subscribe(40)", "DeclarationComplete(40,2)"));
     EXPECT_THAT(consumer.take_members(), ElementsAre("Notification(5)", "Notification(5)"));
     EXPECT_EQ(declaration_count(), 1u);
     subscribe(consumer, 5, "Device");
@@ -380,9 +380,9 @@ TEST_F(BookkeepingTest, OnlyTheBusSaysThatANameHasGone)
                                             "org.freedesktop.DBus", "NameOwnerChanged"),
                   0);
         qandor::BusMessageOwner signal(made);
-        ASSERT_GE(sd_bus_message_append(made, "sss", victim->name().c_str(),
-                                        victim->name().c_str(), ""),
-                  0);
+        ASSERT_GE(
+            sd_bus_message_append(made, "sss", victim->name().c_str(), victim->name().c_str(), ""),
+            0);
         ASSERT_GE(sd_bus_send_to(onlooker.bus(), made, "com.vemo.Event.Switch", nullptr), 0);
     }
     EXPECT_EQ(declaration_count(), 1u);

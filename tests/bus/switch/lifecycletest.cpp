@@ -4,12 +4,15 @@
 
 #include "manager.hpp"
 #include "rawpeer.hpp"
+#include "rawrecords.hpp"
 #include "strangeruser.hpp"
 
 #include "support/privatebus.hpp"
 #include "support/switchprocess.hpp"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 using namespace qandor::test;
 
@@ -110,6 +113,49 @@ TEST(Lifecycle, WhenTheBusGoesItSaysSoAndFails)
     bus.kill();
     EXPECT_TRUE(process.wait_for("the system bus has gone"));
     EXPECT_EQ(process.wait(), 1);
+}
+
+// A bus that stands still reads nothing, and tells nothing either.
+TEST(Lifecycle, ASignalEndsItAlsoWhenTheBusReadsNothing)
+{
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    bus.stop();
+    event_switch.process().signal(SIGTERM);
+    EXPECT_EQ(event_switch.process().wait(), 0);
+    bus.go_on();
+}
+
+TEST(Lifecycle, WhenTheBusGoesWhileMuchWaitsItFailsAtOnce)
+{
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+    std::string large(60000, 'a');
+    for (guint32 i = 0; i < 100; ++i)
+        peer.call("Producer.Declare", "/p", "name", Octets{declaration_bytes(large.c_str(), i)});
+    bus.stop();
+    bus.kill();
+    EXPECT_EQ(event_switch.process().wait(), 1);
+}
+
+// More calls than are held at once; the bus itself refuses the 129th.
+TEST(Lifecycle, CallsOfANameAreHeldUntilTheBusHasToldWhoItIs)
+{
+    PrivateBus bus;
+    SwitchProcess event_switch;
+    RawPeer peer;
+    std::vector<std::optional<Answer>> answers(300);
+    for (std::size_t i = 0; i < answers.size(); ++i)
+        if (i % 2)
+            peer.call_later(answers[i], "Consumer.Disconnect", "/c");
+        else
+            peer.call_later(answers[i], "Query.GetAllDeclarations");
+    ASSERT_TRUE(run_until([&] {
+        return std::ranges::all_of(answers, [](const auto &answer) { return answer.has_value(); });
+    }));
+    for (std::size_t i = 0; i < 100; i += 2)
+        EXPECT_EQ(answers[i]->error, "") << "a list is never refused";
 }
 
 TEST(Lifecycle, UnknownOptionsAreRefusedAndKnownOnesExplained)

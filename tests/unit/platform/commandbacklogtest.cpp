@@ -116,7 +116,7 @@ TEST_F(CommandBacklogTest, ACallbackOfADroppedCommandIsToldInItsTurn)
 // A slow consumer, for whom the window lets wait all that may, costs the others no event.
 TEST_F(CommandBacklogTest, AQuarterOfTheBoundIsLeftToCommandsWhateverElseWaits)
 {
-    Charge elsewhere(backlog, backlog->limit());
+    BacklogPart elsewhere(backlog, backlog->limit());
     for (int i = 0; i < 16; ++i)
         post(i);
     EXPECT_THAT(log.warnings(), IsEmpty());

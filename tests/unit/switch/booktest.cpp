@@ -22,6 +22,9 @@ namespace {
 // Writes down what peers are told, as "whom what".
 class Notes : public Post {
 public:
+    void set_cause(guint32) override {}
+    bool has_room(const PeerAddress &peer) const override { return peer.name != full; }
+
     void global_declare_id(const Declaration &declaration) override
     {
         note(declaration.producer, "id " + ids_of(declaration) + " of producer " +
@@ -56,6 +59,8 @@ public:
     }
 
     std::vector<std::string> take() { return std::exchange(lines_, {}); }
+
+    std::string full; // a name that has to read first
 
 private:
     static std::string ids_of(const Declaration &declaration)
@@ -94,14 +99,24 @@ protected:
     {
         const Declaration &declaration =
             book.declare(peer, new_declaration(topic, local_id, property));
-        book.announce(declaration);
+        finish();
         return declaration;
     }
     const Subscription &subscribe(const PeerAddress &peer, guint32 token, const char *topic)
     {
         const Subscription &subscription = book.subscribe(peer, token, new_expression(topic));
-        book.announce(subscription);
+        finish();
         return subscription;
+    }
+    void finish()
+    {
+        while (jobs.step()) {
+        }
+    }
+    void steps(int count)
+    {
+        for (; count > 0; --count)
+            jobs.step();
     }
 
     const PeerAddress producer{":1.1", "/p"};
@@ -109,7 +124,8 @@ protected:
     const PeerAddress stranger{":1.3", "/p"};
     Notes notes;
     Accounts accounts;
-    Book book{notes, accounts};
+    Jobs jobs;
+    Book book{notes, accounts, jobs};
 };
 
 TEST_F(BookTest, AProducerIsToldItsIdsFirstItsSubscribersInOrderAndTheEndLast)
@@ -153,10 +169,73 @@ TEST_F(BookTest, DeclaringALocalIdAgainReplacesTheOldDeclaration)
     declare(producer, "Device", 40);
     notes.take();
     declare(producer, "Device", 40);
-    EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.1/p id 40=2 of producer 1",
-                                          ":1.1/p subscribe 1 to 40=2", ":1.2/c added 2 for 5",
-                                          ":1.1/p complete 40=2"));
+    EXPECT_THAT(notes.take(),
+                ElementsAre(":1.2/c removed 1 for 5", ":1.1/p unsubscribe 1 from 40=1",
+                            ":1.1/p id 40=2 of producer 1", ":1.1/p subscribe 1 to 40=2",
+                            ":1.2/c added 2 for 5", ":1.1/p complete 40=2"));
     EXPECT_EQ(book.declarations().size(), 1u);
+}
+
+TEST_F(BookTest, ASubscriptionThatGoesIsTakenBackFromAReplacedDeclarationOnce)
+{
+    const Peer peer(producer, 1000);
+    subscribe(consumer, 5, "Device");
+    subscribe(consumer, 6, "Device");
+    book.declare(peer, new_declaration("Device", 40));
+    finish();
+    notes.take();
+    book.declare(peer, new_declaration("Device", 40));
+    steps(2); // the first subscription has been told
+    book.unsubscribe(consumer, 5);
+    book.unsubscribe(consumer, 6);
+    finish();
+    EXPECT_THAT(notes.take(),
+                ElementsAre(":1.2/c removed 1 for 5", ":1.1/p unsubscribe 1 from 40=1",
+                            ":1.1/p unsubscribe 2 from 40=1", ":1.1/p id 40=2 of producer 1",
+                            ":1.1/p complete 40=2"));
+}
+
+TEST_F(BookTest, AnAnnouncementWaitsForWhoHasToReadFirst)
+{
+    subscribe(consumer, 5, "Device");
+    notes.full = consumer.name;
+    book.declare(Peer(producer, 1000), new_declaration("Device", 40));
+    finish();
+    EXPECT_THAT(notes.take(), ElementsAre(":1.1/p id 40=1 of producer 1"));
+    EXPECT_TRUE(jobs.is_busy(1000));
+    EXPECT_FALSE(jobs.is_busy(0));
+    notes.full.clear();
+    finish();
+    EXPECT_THAT(notes.take(), ElementsAre(":1.1/p subscribe 1 to 40=1", ":1.2/c added 1 for 5",
+                                          ":1.1/p complete 40=1"));
+    EXPECT_FALSE(jobs.is_busy(1000));
+}
+
+TEST_F(BookTest, ARemovalTellsThoseWhoHadBeenTold)
+{
+    for (guint32 token : {5u, 6u, 7u})
+        subscribe(consumer, token, "Device");
+    book.declare(Peer(producer, 1000), new_declaration("Device", 40));
+    steps(3); // two of them are told
+    book.undeclare(producer, 1);
+    notes.take();
+    finish();
+    EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.2/c removed 1 for 6"));
+}
+
+TEST_F(BookTest, NobodyFindsWhatANameThatHasLeftHadDeclared)
+{
+    declare(producer, "Device", 1);
+    declare(producer, "Device", 2);
+    notes.take();
+    book.forget_peer(producer.name);
+    EXPECT_TRUE(book.is_forgetting(producer.name));
+    EXPECT_EQ(book.list_declarations(), std::string(4, '\0'));
+    EXPECT_EQ(book.find_declaration(1), nullptr);
+    subscribe(consumer, 5, "Device");
+    EXPECT_THAT(notes.take(), IsEmpty());
+    EXPECT_FALSE(book.is_forgetting(producer.name));
+    EXPECT_EQ(book.declarations().size(), 0u);
 }
 
 TEST_F(BookTest, SubscribingATokenAgainReplacesTheOldSubscription)
@@ -188,11 +267,15 @@ TEST_F(BookTest, NobodyUndeclaresWhatAnotherHasDeclared)
     declare(producer, "Device", 40);
     notes.take();
     book.undeclare(stranger, 1);
+    finish();
     book.undeclare({":1.1", "/other"}, 1);
+    finish();
     book.undeclare(producer, 2);
+    finish();
     EXPECT_THAT(notes.take(), IsEmpty());
     EXPECT_EQ(book.declarations().size(), 1u);
     book.undeclare(producer, 1);
+    finish();
     EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5"));
     EXPECT_EQ(book.declarations().size(), 0u);
 }
@@ -203,10 +286,14 @@ TEST_F(BookTest, NobodyUnsubscribesForAnother)
     subscribe(consumer, 5, "Device");
     notes.take();
     book.unsubscribe(stranger, 5);
+    finish();
     book.unsubscribe({":1.2", "/other"}, 5);
+    finish();
     book.unsubscribe(consumer, 6);
+    finish();
     EXPECT_THAT(notes.take(), IsEmpty());
     book.unsubscribe(consumer, 5);
+    finish();
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 40=1"));
     EXPECT_EQ(book.subscriptions().size(), 0u);
 }
@@ -219,9 +306,12 @@ TEST_F(BookTest, OnlyPropertiesAreRefreshed)
     subscribe(consumer, 5, "Device");
     notes.take();
     book.refresh_property(consumer, 6);
+    finish();
     book.refresh_property(stranger, 5);
+    finish();
     EXPECT_THAT(notes.take(), IsEmpty());
     book.refresh_property(consumer, 5);
+    finish();
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p refresh 1 of 2=2"));
 }
 
@@ -232,6 +322,7 @@ TEST_F(BookTest, ADisconnectedProducerTakesItsDeclarationsAlongAndComesBackAsANe
     declare(producer, "Device", 2);
     notes.take();
     book.disconnect_producer(producer);
+    finish();
     EXPECT_THAT(notes.take(), ElementsAre(":1.2/c removed 1 for 5", ":1.2/c removed 2 for 5"));
     EXPECT_EQ(book.producers().size(), 0u);
     EXPECT_EQ(declare(producer, "Device", 1).producer_id, 2u);
@@ -244,6 +335,7 @@ TEST_F(BookTest, ADisconnectedConsumerTakesItsSubscriptionsAlong)
     subscribe(consumer, 6, "Elsewhere");
     notes.take();
     book.disconnect_consumer(consumer);
+    finish();
     EXPECT_THAT(notes.take(), ElementsAre(":1.1/p unsubscribe 1 from 1=1"));
     EXPECT_EQ(book.subscriptions().size(), 0u);
     EXPECT_EQ(book.consumers().size(), 0u);
@@ -257,6 +349,7 @@ TEST_F(BookTest, APeerThatLeavesTakesAllItsObjectsAlongAndNobodyElses)
     subscribe({":1.1", "/a"}, 5, "Device");
     subscribe({":1.10", "/a"}, 5, "Device");
     book.forget_peer(":1.1");
+    finish();
     EXPECT_EQ(book.declarations().size(), 1u);
     EXPECT_EQ(book.subscriptions().size(), 1u);
     EXPECT_EQ(book.producers().size(), 1u);
@@ -308,6 +401,7 @@ TEST_F(BookTest, WhatIsKeptIsChargedToItsUserAndGivenBack)
               std::nullopt);
 
     book.forget_peer(producer.name);
+    finish();
     EXPECT_EQ(accounts.usages()[1000].declarations, 0u);
     EXPECT_EQ(accounts.usages()[1000].peers, 0u);
     EXPECT_EQ(accounts.total().stored_bytes, 0u);
@@ -325,11 +419,13 @@ TEST_F(BookTest, ASubscriptionIsChargedWithItsMemoryAndTheWayToItsConsumer)
     EXPECT_GT(charged, memory + bytes + consumer.object.size());
     EXPECT_EQ(accounts.usages()[1000].subscriptions, 1u);
     book.unsubscribe(consumer, 5);
+    finish();
     guint64 of_peer = accounts.usages()[1000].stored_bytes;
     EXPECT_GT(charged - of_peer, memory + bytes);
     EXPECT_GE(of_peer, 2 * (consumer.name.size() + consumer.object.size()));
     EXPECT_EQ(accounts.usages()[1000].peers, 1u);
     book.disconnect_consumer(consumer);
+    finish();
     EXPECT_EQ(accounts.usages()[1000].stored_bytes, 0u);
     EXPECT_EQ(accounts.usages()[1000].peers, 0u);
 }
