@@ -8,6 +8,7 @@
 #include "model/matching.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -35,6 +36,12 @@ bool is_asserted(Bucket bucket)
     return false;
 }
 
+int compare_places(const void *one, const void *other)
+{
+    auto place1 = load<std::uintptr_t>(one), place2 = load<std::uintptr_t>(other);
+    return place1 < place2 ? -1 : place1 > place2 ? 1 : 0;
+}
+
 // A negated key-value may break what another one of its key satisfies.
 bool has_negated(const AndList &present)
 {
@@ -46,6 +53,20 @@ bool has_negated(const AndList &present)
 }
 
 } // namespace
+
+ExpressionIndex::Node *ExpressionIndex::find_child(const Node &parent, Kind kind, guint32 hash,
+                                                   const KeyName *key,
+                                                   const std::string *value) const
+{
+    for (Chained *at = nodes_.chain(hash); at; at = at->next_in_chain) {
+        if (at->hash != hash || at->kind != kind)
+            continue;
+        auto *node = static_cast<Node *>(at);
+        if (node->parent == &parent && node->is(kind, key, value))
+            return node;
+    }
+    return nullptr;
+}
 
 // For one and-list of the container.
 class ExpressionIndex::Search {
@@ -188,7 +209,10 @@ void ExpressionIndex::Search::find_values(const Node &parent, const key_value &p
 
 void ExpressionIndex::Search::visit_each_once(Nodes &nodes)
 {
-    std::sort(nodes.begin(), nodes.end());
+    if (nodes.empty())
+        return;
+    // In C, as matches are: a template for it would make the library larger.
+    std::qsort(nodes.data(), nodes.size(), sizeof nodes[0], compare_places);
     nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
     for (const Node *node : nodes)
         visit(*node);

@@ -98,8 +98,8 @@ private:
     const AttributesBlock *last_block_ = nullptr;
 };
 
-// As the GNU library does it: a word in front, in steps of its alignment, two at least; large blocks
-// are pages of their own.
+// As the GNU library does it: a word in front, in steps of its alignment, two at least. Large
+// blocks are pages of their own.
 std::size_t block_size(std::size_t bytes)
 {
     if (bytes == 0)
