@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The event switch in this process, on the simulated bus, with an event loop of its own.
+#pragma once
+
+#include "platform/owners.hpp"
+#include "simulation/simulatedbus.hpp"
+#include "support/temporaryfolder.hpp"
+#include "switch/service.hpp"
+
+#include <memory>
+#include <optional>
+
+namespace qandor::simulation {
+
+class SimulatedSwitch {
+public:
+    explicit SimulatedSwitch(SimulatedBus &bus) : simulated_bus_(bus) {}
+    SimulatedSwitch(const SimulatedSwitch &) = delete;
+    SimulatedSwitch &operator=(const SimulatedSwitch &) = delete;
+    ~SimulatedSwitch() { kill(); }
+
+    void start();
+    bool runs() const { return service_ != nullptr; }
+    // Its process is gone from one moment to the next.
+    void kill();
+    // Dispatches what is ready in its event loop; false when nothing is.
+    bool step();
+
+    Counts counts() const { return service_->counts(); }
+    // Its unique name on the bus.
+    const std::string &name() const { return name_; }
+
+private:
+    using BusOwner = Owner<sd_bus, sd_bus_close_unref>;
+
+    SimulatedBus &simulated_bus_;
+    test::TemporaryFolder folder_;
+    EventLoopOwner loop_;
+    BusOwner bus_;
+    std::string name_;
+    std::unique_ptr<Service> service_;
+};
+
+} // namespace qandor::simulation
