@@ -122,6 +122,12 @@ bool read_settings(int count, char **arguments, Settings &settings)
             settings.faults.connections_break = number != 0;
         else if (option == "--kills")
             settings.faults.switch_dies = number != 0;
+        else if (option == "--hangs")
+            settings.faults.consumers_hang = number != 0;
+        else if (option == "--restarts")
+            settings.faults.bus_restarts = number != 0;
+        else if (option == "--forgeries")
+            settings.faults.strangers_forge = number != 0;
         else if (option == "--stalls")
             settings.faults.connections_stall = number != 0;
         else

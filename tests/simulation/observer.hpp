@@ -44,6 +44,8 @@ public:
     void fail();
     // Nothing has to arrive any more of what the topic's events have said.
     void forget_expected(const DeclaredTopic &topic);
+    // What has been sent must have arrived by now, except at the excused.
+    void check_arrived(const std::set<const SubscribedPart *> &excused);
     // All has come to rest: everything must be as it should be.
     void settled();
 

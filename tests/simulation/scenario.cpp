@@ -2,7 +2,9 @@
 
 #include "simulation/scenario.hpp"
 
-#include <cinttypes>
+#include "api/eventconsumer.hpp"
+#include "bus/consumer.hpp"
+
 #include <cstdio>
 #include <filesystem>
 
@@ -153,16 +155,29 @@ void Scenario::send()
     if (!producer || producer->declared.empty())
         return;
     auto &[id, topic] = world_.random.pick(producer->declared);
-    Values values = topic->values;
+    send_event(*producer, id, *topic);
+}
+
+void Scenario::send_from_all()
+{
+    for (const Producer &producer : producers_)
+        for (const auto &[id, topic] : producer.declared)
+            send_event(producer, id, *topic);
+}
+
+void Scenario::send_event(const Producer &producer, guint32 id, DeclaredTopic &topic)
+{
+    Values values = topic.values;
     values.a = std::to_string(world_.random.below(3));
-    test::Owned<event> event(event_producer_prepare_event(producer->handle, id));
+    std::string number = std::to_string(topic.last_sent + 1);
+    test::Owned<event> event(event_producer_prepare_event(producer.handle, id));
     event_set_value(event.get(), "a", values.a->c_str());
-    event_set_value(event.get(), "n", std::to_string(topic->last_sent + 1).c_str());
-    bool is_accepted = event_producer_send_event(producer->handle, event.get(), nullptr);
-    trace("send " + values.who + " n=" + std::to_string(topic->last_sent + 1) + " a=" + *values.a +
+    event_set_value(event.get(), "n", number.c_str());
+    bool is_accepted = event_producer_send_event(producer.handle, event.get(), nullptr);
+    trace("send " + values.who + " n=" + number + " a=" + *values.a +
           (is_accepted ? "" : ": refused"));
     if (is_accepted)
-        observer_.accepted(*topic, values);
+        observer_.accepted(topic, values);
 }
 
 void Scenario::refresh()
@@ -215,6 +230,74 @@ void Scenario::stall_connection()
     world_.bus.stall(name, virtual_clock::now() + time);
 }
 
+std::string Scenario::name_of(const Consumer &consumer)
+{
+    sd_bus *bus = state_of(consumer.handle->consumer).presence.bus;
+    const char *name = "";
+    if (bus)
+        sd_bus_get_unique_name(bus, &name);
+    return name;
+}
+
+// A consumer does not come to its main context for a day. The others must not notice.
+void Scenario::hang_consumer()
+{
+    Consumer *hung = any_consumer();
+    if (!faults_.consumers_hang || !hung || !observer_.is_calm())
+        return;
+    come_to_rest();
+    trace("hang " + name_of(*hung) + " for a day");
+    constexpr Microseconds hour = Microseconds(3600) * G_USEC_PER_SEC;
+    world_.bus.stall(name_of(*hung), virtual_clock::now() + 24 * hour);
+    std::set<const SubscribedPart *> excused;
+    for (const auto &[token, part] : hung->subscribed)
+        excused.insert(part);
+    constexpr int events = 24 * 5;
+    for (int i = 0; i < events; ++i) {
+        send_from_all();
+        world_.pass(hour / 5);
+        observer_.check_arrived(excused);
+    }
+}
+
+// Everybody's connection ends, the switch with its own.
+void Scenario::restart_bus()
+{
+    if (!faults_.bus_restarts || !world_.random.one_in(4))
+        return;
+    observer_.fail();
+    Microseconds time = world_.random.below(3'000'000);
+    trace("restart the bus, which takes " + std::to_string(time / 1000) + " ms");
+    world_.event_switch.kill();
+    world_.bus.cut_all();
+    world_.bus_is_down = true;
+    world_.pass(time);
+    world_.bus_is_down = false;
+    if (world_.random.one_in(2))
+        world_.event_switch.start();
+}
+
+// Somebody sends what only the bus may send.
+void Scenario::forge_signal()
+{
+    std::vector<std::string> names = world_.bus.names();
+    if (!faults_.strangers_forge || names.empty())
+        return;
+    constexpr const char *event_switch = "com.vemo.Event.Switch";
+    const std::string &victim = world_.random.pick(names);
+    std::string other = world_.random.pick(names);
+    const std::vector<std::string> bodies[] = {
+        {other, other, ""},
+        {event_switch, ":1.0", ""},
+        {event_switch, "", ":1.0"},
+        {event_switch, ":1.0", ":1.5"},
+        {event_switch, "", ""},
+        {event_switch},
+    };
+    trace("forge a signal to " + victim);
+    world_.bus.forge_owner_change(victim, bodies[world_.random.below(std::size(bodies))]);
+}
+
 void Scenario::let_time_pass()
 {
     constexpr Microseconds lengths[] = {1'000, 30'000, 200'000, 1'500'000};
@@ -237,6 +320,8 @@ void Scenario::act()
         {&Scenario::send, 12},            {&Scenario::refresh, 1},
         {&Scenario::kill_switch, 2},      {&Scenario::cut_connection, 1},
         {&Scenario::stall_connection, 2}, {&Scenario::let_time_pass, 2},
+        {&Scenario::hang_consumer, 1},    {&Scenario::restart_bus, 1},
+        {&Scenario::forge_signal, 1},
     };
     std::size_t weights = 0;
     for (const Act &one : acts)

@@ -16,6 +16,9 @@ struct Faults {
     bool switch_dies = true;
     bool connections_break = true;
     bool connections_stall = true;
+    bool consumers_hang = true;
+    bool bus_restarts = true;
+    bool strangers_forge = true;
 };
 
 class Scenario {
@@ -56,11 +59,17 @@ private:
     void kill_switch();
     void cut_connection();
     void stall_connection();
+    void hang_consumer();
+    void restart_bus();
+    void forge_signal();
     void let_time_pass();
     void trace(const std::string &what) const;
 
     Producer *any_producer();
     Consumer *any_consumer();
+    static std::string name_of(const Consumer &consumer);
+    void send_from_all();
+    void send_event(const Producer &producer, guint32 id, DeclaredTopic &topic);
 
     World world_;
     Observer observer_;

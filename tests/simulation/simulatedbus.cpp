@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -99,9 +100,15 @@ std::size_t SimulatedBus::unanswered(const std::string &name) const
 // Reads all that has been written, so that nobody has to wait for the bus.
 void SimulatedBus::receive()
 {
-    std::vector<std::string> left;
+    std::vector<pollfd> sockets;
     for (const auto &[name, connection] : connections_)
-        if (!read_from(*connection))
+        sockets.push_back({connection->socket, POLLIN, 0});
+    if (poll(sockets.data(), sockets.size(), 0) <= 0)
+        return;
+    std::vector<std::string> left;
+    auto socket = sockets.begin();
+    for (const auto &[name, connection] : connections_)
+        if (socket++->revents != 0 && !read_from(*connection))
             left.push_back(name);
     for (const std::string &name : left)
         cut(name);
@@ -357,6 +364,27 @@ void SimulatedBus::owner_changed(const std::string &name, const std::string &bef
     signal.member = "NameOwnerChanged";
     signal.body = BodyWriter().text(name).text(before).text(after).body();
     send_to_matching(signal);
+}
+
+void SimulatedBus::forge_owner_change(const std::string &victim,
+                                      const std::vector<std::string> &body)
+{
+    BodyWriter writer;
+    for (const std::string &text : body)
+        writer.text(text);
+    BusMessage signal;
+    signal.type = BusMessage::Signal;
+    signal.flags = BusMessage::no_reply_expected;
+    signal.serial = 1;
+    signal.sender = ":1.999999";
+    signal.path = driver_path;
+    signal.interface = driver;
+    signal.member = "NameOwnerChanged";
+    signal.signature = std::string(body.size(), 's');
+    signal.body = writer.body();
+    auto found = connections_.find(victim);
+    if (found != connections_.end())
+        send(*found->second, std::move(signal));
 }
 
 SimulatedBus::Rule SimulatedBus::parse_rule(const std::string &text)

@@ -55,6 +55,10 @@ public:
     // When the next stalled connection gets something again.
     std::optional<Microseconds> next_thaw() const;
 
+    // A stranger's unicast signal that looks like the bus's own, which a stock bus lets everybody
+    // send.
+    void forge_owner_change(const std::string &victim, const std::vector<std::string> &body);
+
     // Calls that wait for their answers, by caller.
     std::size_t unanswered(const std::string &name) const;
     bool has_owner(const std::string &name) const { return owners_.contains(name); }
