@@ -31,7 +31,8 @@ public:
     template <class Visit> void for_each(const Visit &visit) const
     {
         for (const Filed &filed : filed_)
-            visit(*filed.subscription);
+            if (filed.subscription)
+                visit(*filed.subscription);
     }
 
     // Visits those that the event satisfies.
@@ -54,8 +55,8 @@ private:
     struct Filed {
         guint32 number;
         guint32 id;
-        std::unique_ptr<subscribe_expression>
-            subscription; // or nothing, when it has been taken back
+        // NULL when it has been taken back.
+        std::unique_ptr<subscribe_expression> subscription;
     };
     using Place = std::vector<Filed>::iterator;
 

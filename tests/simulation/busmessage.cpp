@@ -69,8 +69,7 @@ std::size_t read_field(BusMessage &message, std::string_view bytes, std::size_t 
         return at + 4;
     }
     std::size_t length_size = type == 'g' ? 1 : 4;
-    std::size_t length =
-        type == 'g' ? static_cast<std::uint8_t>(bytes[at]) : number_at(bytes, at);
+    std::size_t length = type == 'g' ? static_cast<std::uint8_t>(bytes[at]) : number_at(bytes, at);
     for (const TextField &one : text_fields)
         if (one.field == field)
             message.*one.text = std::string(bytes.substr(at + length_size, length));

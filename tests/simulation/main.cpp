@@ -71,7 +71,8 @@ public:
 
     int run()
     {
-        for (std::uint64_t seed = settings_.first; seed < settings_.first + settings_.count; ++seed) {
+        for (std::uint64_t seed = settings_.first; seed < settings_.first + settings_.count;
+             ++seed) {
             if (running_.size() == settings_.jobs)
                 wait_for_one();
             begin(seed);

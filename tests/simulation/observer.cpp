@@ -88,10 +88,9 @@ void Observer::check_states(const SubscribedPart &part) const
             !part.wanted.holds_for(topic->last_values))
             continue;
         auto received = part.received_.find(who);
-        part.require(received != part.received_.end() &&
-                         received->second.contains(topic->last_sent),
-                     *topic, "the last state " + std::to_string(topic->last_sent) +
-                                 " has not arrived at rest");
+        part.require(
+            received != part.received_.end() && received->second.contains(topic->last_sent), *topic,
+            "the last state " + std::to_string(topic->last_sent) + " has not arrived at rest");
     }
 }
 

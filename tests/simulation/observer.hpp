@@ -5,10 +5,9 @@
 //
 // Always: events reach a subscription that lives and wants them; in the order in which they were
 // sent; a plain event once, and a property's state never after a newer one.
-// When all has come to rest: each subscription knows each declaration that concerns it, and the last
-// state of each property that does.
-// What was sent while nothing failed (see is_calm()) has reached every subscription that had come to
-// rest before.
+// When all has come to rest: each subscription knows each declaration that concerns it, and the
+// last state of each property that does. What was sent while nothing failed (see is_calm()) has
+// reached every subscription that had come to rest before.
 #pragma once
 
 #include "simulation/wanted.hpp"
@@ -27,8 +26,8 @@ struct DeclaredTopic {
     bool is_property = false;
     bool lives = true;
     bool is_settled = false;
-    guint last_sent = 0;   // the number of the last event that was accepted
-    Values last_values{};  // of that one
+    guint last_sent = 0;  // the number of the last event that was accepted
+    Values last_values{}; // of that one
 };
 
 class SubscribedPart;

@@ -2,8 +2,7 @@
 
 #include "simulation/scenario.hpp"
 
-#include "api/eventconsumer.hpp"
-#include "bus/consumer.hpp"
+#include "simulation/handlenames.hpp"
 
 #include <cstdio>
 #include <filesystem>
@@ -93,8 +92,8 @@ void Scenario::declare()
     Producer *producer = any_producer();
     if (!producer || producer->declared.size() == most_of_handle)
         return;
-    DeclaredTopic &topic = observer_.declare(world_.random.one_in(3),
-                                             std::to_string(world_.random.below(3)));
+    DeclaredTopic &topic =
+        observer_.declare(world_.random.one_in(3), std::to_string(world_.random.below(3)));
     test::Owned<event_declaration> declaration(event_declaration_new(TRUE));
     event_declaration_add_key_value(declaration.get(), "who", topic.values.who.c_str(),
                                     VALUE_TYPE_STRING);
@@ -105,8 +104,8 @@ void Scenario::declare()
     if (topic.is_property)
         event_declaration_set_property(declaration.get(), "n", nullptr, nullptr);
     guint32 id = event_producer_declare(producer->handle, declaration.get());
-    trace("declare " + topic.values.who + (topic.is_property ? " (property)" : "") + " b=" +
-          topic.values.b);
+    trace("declare " + topic.values.who + (topic.is_property ? " (property)" : "") +
+          " b=" + topic.values.b);
     producer->declared.emplace(id, &topic);
 }
 
@@ -128,11 +127,10 @@ void Scenario::subscribe()
     Consumer *consumer = any_consumer();
     if (!consumer || consumer->subscribed.size() == most_of_handle)
         return;
-    SubscribedPart &part =
-        observer_.subscribe(Wanted::choose(world_.random, observer_.names()));
-    guint32 token = event_consumer_subscribe_full(
-        consumer->handle, part.wanted.expression().get(), SubscribedPart::receive_event,
-        SubscribedPart::receive_notification, &part);
+    SubscribedPart &part = observer_.subscribe(Wanted::choose(world_.random, observer_.names()));
+    guint32 token = event_consumer_subscribe_full(consumer->handle, part.wanted.expression().get(),
+                                                  SubscribedPart::receive_event,
+                                                  SubscribedPart::receive_notification, &part);
     trace("subscribe, token " + std::to_string(token));
     consumer->subscribed.emplace(token, &part);
 }
@@ -230,15 +228,6 @@ void Scenario::stall_connection()
     world_.bus.stall(name, virtual_clock::now() + time);
 }
 
-std::string Scenario::name_of(const Consumer &consumer)
-{
-    sd_bus *bus = state_of(consumer.handle->consumer).presence.bus;
-    const char *name = "";
-    if (bus)
-        sd_bus_get_unique_name(bus, &name);
-    return name;
-}
-
 // A consumer does not come to its main context for a day. The others must not notice.
 void Scenario::hang_consumer()
 {
@@ -246,9 +235,9 @@ void Scenario::hang_consumer()
     if (!faults_.consumers_hang || !hung || !observer_.is_calm())
         return;
     come_to_rest();
-    trace("hang " + name_of(*hung) + " for a day");
+    trace("hang " + bus_name_of(hung->handle) + " for a day");
     constexpr Microseconds hour = Microseconds(3600) * G_USEC_PER_SEC;
-    world_.bus.stall(name_of(*hung), virtual_clock::now() + 24 * hour);
+    world_.bus.stall(bus_name_of(hung->handle), virtual_clock::now() + 24 * hour);
     std::set<const SubscribedPart *> excused;
     for (const auto &[token, part] : hung->subscribed)
         excused.insert(part);
@@ -287,12 +276,9 @@ void Scenario::forge_signal()
     const std::string &victim = world_.random.pick(names);
     std::string other = world_.random.pick(names);
     const std::vector<std::string> bodies[] = {
-        {other, other, ""},
-        {event_switch, ":1.0", ""},
-        {event_switch, "", ":1.0"},
-        {event_switch, ":1.0", ":1.5"},
-        {event_switch, "", ""},
-        {event_switch},
+        {other, other, ""},         {event_switch, ":1.0", ""},
+        {event_switch, "", ":1.0"}, {event_switch, ":1.0", ":1.5"},
+        {event_switch, "", ""},     {event_switch},
     };
     trace("forge a signal to " + victim);
     world_.bus.forge_owner_change(victim, bodies[world_.random.below(std::size(bodies))]);
@@ -313,14 +299,22 @@ void Scenario::act()
         std::size_t weight;
     };
     static constexpr Act acts[] = {
-        {&Scenario::add_producer, 2},     {&Scenario::add_consumer, 2},
-        {&Scenario::free_producer, 1},    {&Scenario::free_consumer, 1},
-        {&Scenario::declare, 4},          {&Scenario::undeclare, 1},
-        {&Scenario::subscribe, 4},        {&Scenario::unsubscribe, 1},
-        {&Scenario::send, 12},            {&Scenario::refresh, 1},
-        {&Scenario::kill_switch, 2},      {&Scenario::cut_connection, 1},
-        {&Scenario::stall_connection, 2}, {&Scenario::let_time_pass, 2},
-        {&Scenario::hang_consumer, 1},    {&Scenario::restart_bus, 1},
+        {&Scenario::add_producer, 2},
+        {&Scenario::add_consumer, 2},
+        {&Scenario::free_producer, 1},
+        {&Scenario::free_consumer, 1},
+        {&Scenario::declare, 4},
+        {&Scenario::undeclare, 1},
+        {&Scenario::subscribe, 4},
+        {&Scenario::unsubscribe, 1},
+        {&Scenario::send, 12},
+        {&Scenario::refresh, 1},
+        {&Scenario::kill_switch, 2},
+        {&Scenario::cut_connection, 1},
+        {&Scenario::stall_connection, 2},
+        {&Scenario::let_time_pass, 2},
+        {&Scenario::hang_consumer, 1},
+        {&Scenario::restart_bus, 1},
         {&Scenario::forge_signal, 1},
     };
     std::size_t weights = 0;

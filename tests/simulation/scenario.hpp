@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // A random life of the system: handles come and go, declare, subscribe and send, while processes
-// are killed, connections cut and messages delayed. Now and then all comes to rest and is looked at.
+// are killed, connections cut and messages delayed. Now and then all comes to rest and is looked
+// at.
 #pragma once
 
 #include "simulation/observer.hpp"
@@ -67,7 +68,6 @@ private:
 
     Producer *any_producer();
     Consumer *any_consumer();
-    static std::string name_of(const Consumer &consumer);
     void send_from_all();
     void send_event(const Producer &producer, guint32 id, DeclaredTopic &topic);
 

@@ -162,8 +162,7 @@ bool SimulatedBus::step()
     for (const auto &[name, connection] : connections_) {
         if (!connection->incoming.empty())
             choices.push_back({connection.get(), true});
-        if (!connection->outgoing.empty() &&
-            connection->stalled_until <= virtual_clock::now())
+        if (!connection->outgoing.empty() && connection->stalled_until <= virtual_clock::now())
             choices.push_back({connection.get(), false});
     }
     while (!choices.empty()) {
@@ -285,27 +284,26 @@ void SimulatedBus::handle_own(Connection &caller, const BusMessage &call)
         answer(caller, call, "", "");
     } else if (call.member == "RemoveMatch") {
         Rule rule = parse_rule(arguments.text());
-        auto same = std::find_if(caller.rules.begin(), caller.rules.end(), [&](const Rule &one) {
-            return one.wanted == rule.wanted;
-        });
+        auto same = std::find_if(caller.rules.begin(), caller.rules.end(),
+                                 [&](const Rule &one) { return one.wanted == rule.wanted; });
         if (same != caller.rules.end())
             caller.rules.erase(same);
         answer(caller, call, "", "");
     } else if (call.member == "RequestName") {
         std::string name = arguments.text();
         auto [owner, is_new] = owners_.try_emplace(name, caller.name);
-        std::uint32_t result = is_new                           ? PrimaryOwner
+        std::uint32_t result = is_new                         ? PrimaryOwner
                                : owner->second == caller.name ? AlreadyOwner
-                                                                : Exists;
+                                                              : Exists;
         answer(caller, call, "u", BodyWriter().number(result).body());
         if (is_new)
             owner_changed(name, "", caller.name);
     } else if (call.member == "ReleaseName") {
         std::string name = arguments.text();
         auto owner = owners_.find(name);
-        std::uint32_t result = owner == owners_.end()           ? NonExistent
+        std::uint32_t result = owner == owners_.end()         ? NonExistent
                                : owner->second == caller.name ? Released
-                                                                : NotOwner;
+                                                              : NotOwner;
         if (result == Released)
             owners_.erase(owner);
         answer(caller, call, "u", BodyWriter().number(result).body());
@@ -396,8 +394,7 @@ SimulatedBus::Rule SimulatedBus::parse_rule(const std::string &text)
         std::size_t end = text.find('\'', equals + 2);
         if (equals == std::string::npos || end == std::string::npos)
             throw std::runtime_error("cannot read the match rule " + text);
-        rule.wanted[text.substr(place, equals - place)] =
-            text.substr(equals + 2, end - equals - 2);
+        rule.wanted[text.substr(place, equals - place)] = text.substr(equals + 2, end - equals - 2);
         place = end + 2;
     }
     return rule;

@@ -108,7 +108,7 @@ private:
     bool matches(const Rule &rule, const BusMessage &signal) const;
 
     Random &random_;
-    Connections connections_; // by unique name
+    Connections connections_;                   // by unique name
     std::map<std::string, std::string> owners_; // of well-known names
     std::set<Pending> pending_;
     std::uint64_t last_number_ = 0;

@@ -10,8 +10,8 @@
 #include <map>
 #include <poll.h>
 #include <sys/random.h>
-#include <sys/timerfd.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
 
 namespace qandor::simulation {
 namespace {
@@ -131,8 +131,8 @@ int clock_gettime(clockid_t clock, timespec *time)
 {
     if (!installed || clock == CLOCK_THREAD_CPUTIME_ID || clock == CLOCK_PROCESS_CPUTIME_ID)
         return own<decltype(clock_gettime)>(__func__)(clock, time);
-    bool is_real = clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE ||
-                   clock == CLOCK_REALTIME_ALARM;
+    bool is_real =
+        clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_REALTIME_ALARM;
     *time = from_usec(installed->now + (is_real ? real_time_offset : 0));
     return 0;
 }

@@ -19,7 +19,8 @@ namespace virtual_clock {
 
 // What the world does while a call waits for a descriptor.
 struct World {
-    // Lets the rest of the world take a step; false when nothing can happen before the time moves on.
+    // Lets the rest of the world take a step; false when nothing can happen before the time moves
+    // on.
     std::function<bool()> step;
     // When the next thing happens besides the timers of event loops.
     std::function<std::optional<Microseconds>()> next;

@@ -33,6 +33,9 @@ public:
         Wanted wanted;
         for (std::size_t i = 1 + random.below(2); i > 0; --i)
             wanted.alternatives_.push_back(choose_alternative(random, names));
+        // The switch refuses several alternatives that have no condition.
+        if (wanted.alternatives_.front().empty())
+            wanted.alternatives_.resize(1);
         return wanted;
     }
     static Wanted everything()

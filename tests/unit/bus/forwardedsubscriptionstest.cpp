@@ -58,6 +58,12 @@ protected:
 
     void check(guint32 id, const std::string &value)
     {
+        std::vector<guint32> all, known_tokens;
+        subscriptions.for_each(
+            [&](const subscribe_expression &one) { all.push_back(one.consumer_token); });
+        for (const Known &one : known)
+            known_tokens.push_back(one.token);
+        EXPECT_EQ(all, known_tokens);
         auto expected = first_of(id);
         const subscribe_expression *found = subscriptions.find(id);
         ASSERT_EQ(found != nullptr, expected != known.end());
