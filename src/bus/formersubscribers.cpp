@@ -29,8 +29,8 @@ void FormerSubscribers::remember(const ForwardedSubscriptions &subscriptions)
     bool may_know_them = !former_.empty();
     subscriptions.for_each([&](const subscribe_expression &subscription) {
         if (!may_know_them || !knows(subscription))
-            former_.push_back(
-                {subscription.dbus_service, subscription.dbus_object, subscription.consumer_token});
+            former_.push_back({subscription.dbus_service, subscription.dbus_object,
+                               subscription.consumer_token, kept_.size()});
     });
     deadline_ = G_MAXINT64;
 }
@@ -56,14 +56,15 @@ void FormerSubscribers::keep(const event &event, const std::shared_ptr<Backlog> 
         kept_.push(event, backlog);
 }
 
-bool FormerSubscribers::take_back(const subscribe_expression &subscription)
+std::optional<std::size_t> FormerSubscribers::take_back(const subscribe_expression &subscription)
 {
     auto found = std::find_if(former_.begin(), former_.end(),
                               [&](const Former &former) { return former.is(subscription); });
     if (found == former_.end())
-        return false;
+        return std::nullopt;
+    std::size_t missed = found->missed;
     former_.erase(found);
-    return true;
+    return missed;
 }
 
 guint FormerSubscribers::give_up()

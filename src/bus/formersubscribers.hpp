@@ -4,12 +4,14 @@
 //
 // Producers declare and consumers subscribe in any order when the switch returns: a declaration may
 // be complete before all of its subscribers are back. What is delivered meanwhile is kept for those
-// who are still to come, for a second after the completion.
+// that are still to come, for a second after the completion. The switch may go again meanwhile:
+// each of them has missed only what was kept since it was remembered.
 #pragma once
 
 #include "bus/forwardedsubscriptions.hpp"
 #include "bus/heldevents.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,12 +29,16 @@ public:
     void wait();
     gint64 deadline() const { return deadline_; }
 
-    // Keeps an event for those who are not back yet.
+    // Keeps an event for those that are not back yet.
     void keep(const event &event, const std::shared_ptr<Backlog> &backlog);
-    // Whether this is one of them, who is back with it.
-    bool take_back(const subscribe_expression &subscription);
-    // Calls visit(event) for each of the kept events.
-    template <class Visit> void for_each_kept(const Visit &visit) const { kept_.for_each(visit); }
+    // When this is one of them, it is back: calls visit(event) for each of the events that it has
+    // missed.
+    template <class Visit>
+    void welcome(const subscribe_expression &subscription, const Visit &visit)
+    {
+        if (std::optional<std::size_t> missed = take_back(subscription))
+            kept_.for_each_from(*missed, visit);
+    }
     // Waits no longer. Returns the number of events that have been missed.
     guint give_up();
 
@@ -41,11 +47,13 @@ private:
         std::string name; // on the bus; empty when it is not known
         std::string path;
         guint32 token;
+        std::size_t missed; // the place of the first kept event that it may have missed
 
         bool is(const subscribe_expression &subscription) const;
     };
 
     bool knows(const subscribe_expression &subscription) const;
+    std::optional<std::size_t> take_back(const subscribe_expression &subscription);
 
     std::vector<Former> former_;
     HeldEvents kept_;

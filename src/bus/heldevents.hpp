@@ -33,10 +33,11 @@ public:
 
     void push(const event &event, const std::shared_ptr<Backlog> &backlog);
     HeldEvent pop();
-    template <class Visit> void for_each(const Visit &visit) const
+    // Visits those from a place on.
+    template <class Visit> void for_each_from(std::size_t place, const Visit &visit) const
     {
-        for (const HeldEvent &held : events_)
-            visit(*held.content);
+        for (; place < events_.size(); ++place)
+            visit(*events_[place].content);
     }
     // Takes out those of one declaration.
     std::deque<HeldEvent> take(guint32 local_id);

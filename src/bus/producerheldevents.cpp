@@ -91,14 +91,16 @@ void ProducerState::complete(decl_data &data)
 void ProducerState::welcome(decl_data &data, guint32 subscription_id)
 {
     const subscribe_expression &subscription = *data.subscriptions.find(subscription_id);
-    if (data.former.empty() || !data.former.take_back(subscription))
+    if (data.former.empty())
         return;
-    data.former.for_each_kept([&](const event &event) {
+    data.former.welcome(subscription, [&](const event &event) {
         if (event_contains(&event, &subscription))
             Delivery(presence.bus, event).to(subscription);
     });
-    if (data.former.empty())
-        data.former.give_up();
+    if (!data.former.empty())
+        return;
+    not_waited_for_ += data.former.give_up();
+    tell_of_lost_events();
 }
 
 void ProducerState::start_former_timer()

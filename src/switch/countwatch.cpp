@@ -15,7 +15,8 @@ int CountWatch::begin(sd_event *event)
     int r = sd_event_add_post(event, &source, after_work, this);
     after_work_.reset(source);
     told_ = count_();
-    return r;
+    // After everything else: others also work when an event has been handled.
+    return r < 0 ? r : sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE);
 }
 
 int CountWatch::after_work(sd_event_source *source, void *data)

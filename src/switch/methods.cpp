@@ -9,6 +9,7 @@
 namespace qandor {
 namespace {
 
+constexpr const char *peer_interface = "org.freedesktop.DBus.Peer";
 constexpr const char *introspectable = "org.freedesktop.DBus.Introspectable";
 constexpr const char *properties_interface = "org.freedesktop.DBus.Properties";
 
@@ -91,7 +92,8 @@ std::variant<sd_bus_message_handler_t, CallFault> Methods::find(sd_bus_message *
     const std::string path = sd_bus_message_get_path(call);
     const char *interface = sd_bus_message_get_interface(call);
     const char *member = sd_bus_message_get_member(call);
-    std::vector<ServedInterface> here = {{path.c_str(), introspectable, introspectable_vtable}};
+    std::vector<ServedInterface> here = {{path.c_str(), peer_interface, peer_vtable},
+                                         {path.c_str(), introspectable, introspectable_vtable}};
     if (has_object(path)) {
         here.push_back({path.c_str(), properties_interface, properties_vtable});
         here.insert(here.end(), served_.begin(), served_.end());
@@ -131,7 +133,8 @@ std::string Methods::introspect(const std::string &path) const
         xml += " <node name=\"" + child + "\"/>\n";
     return "<!DOCTYPE node PUBLIC \"-//freedesktop//DTD D-BUS Object Introspection 1.0//EN\"\n"
            "\"http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd\">\n<node>\n" +
-           xml_of(introspectable, introspectable_vtable) + xml + "</node>\n";
+           xml_of(peer_interface, peer_vtable) + xml_of(introspectable, introspectable_vtable) +
+           xml + "</node>\n";
 }
 
 const sd_bus_vtable *Methods::find_property(const char *object, const char *interface,

@@ -47,6 +47,7 @@ private:
 };
 
 // The standard interfaces, for every object.
+extern const sd_bus_vtable peer_vtable[];
 extern const sd_bus_vtable introspectable_vtable[];
 extern const sd_bus_vtable properties_vtable[];
 

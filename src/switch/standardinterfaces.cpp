@@ -1,12 +1,29 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Introspectable and Properties of the switch's objects.
+// Peer, Introspectable and Properties of the switch's objects.
 
 #include "switch/request.hpp"
 #include "switch/service.hpp"
 
+#include <systemd/sd-id128.h>
+
 namespace qandor {
 namespace {
+
+int ping(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    return Request(call, userdata).answer();
+}
+
+int get_machine_id(sd_bus_message *call, void *userdata, sd_bus_error *)
+{
+    sd_id128_t id;
+    char text[SD_ID128_STRING_MAX];
+    int r = sd_id128_get_machine(&id);
+    return Request(call, userdata).answer_with([&](sd_bus_message *reply) {
+        return r < 0 ? r : sd_bus_message_append(reply, "s", sd_id128_to_string(id, text));
+    });
+}
 
 int introspect(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
@@ -77,6 +94,13 @@ int set_property(sd_bus_message *call, void *userdata, sd_bus_error *)
 }
 
 } // namespace
+
+const sd_bus_vtable peer_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Ping", "", "", ping, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetMachineId", "", "s", get_machine_id, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
 
 const sd_bus_vtable introspectable_vtable[] = {
     SD_BUS_VTABLE_START(0),

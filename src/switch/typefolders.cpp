@@ -56,18 +56,20 @@ std::string checked_bytes(const DeclarationOwner &declaration)
     return {bytes->data, bytes->len};
 }
 
-// What XML says of a declaration: ids are given anew by whoever declares it.
-bool are_same(const event_declaration *one, const event_declaration *other)
+// Whether XML has said all of a declaration. Ids are not part of it, and the tag of a key makes a
+// property of it.
+bool says_all_of(const event_declaration *declaration, const event_declaration *read)
 {
-    auto content_of = [](const event_declaration *declaration) {
+    auto content_of = [](const event_declaration *record) {
         ArrayOwner bytes(serialize_create_array());
         // The getter is for those who change things, too.
-        auto *changeable = const_cast<event_declaration *>(declaration);
+        auto *changeable = const_cast<event_declaration *>(record);
         inspectable_serialize_internal(event_declaration_get_inspectable(changeable), bytes.get());
         return std::string(bytes->data, bytes->len);
     };
-    return event_declaration_is_property(one) == event_declaration_is_property(other) &&
-           content_of(one) == content_of(other);
+    bool is_property =
+        event_declaration_is_property(read) || !event_declaration_is_property(declaration);
+    return is_property && content_of(read) == content_of(declaration);
 }
 
 // A link may lead anywhere, and whoever may write into the folder need not be able to read there.
@@ -101,7 +103,7 @@ TypeStep TypeFolders::add(const std::string &type, const event_declaration *decl
     std::string bytes = checked_bytes(read);
     if (bytes.empty())
         return TypeResult::Unreadable;
-    if (!are_same(declaration, read.get()))
+    if (!says_all_of(declaration, read.get()))
         return TypeResult::Different;
     std::string path = path_of(writable_, type);
     if (!has_room(path, bytes.size()))

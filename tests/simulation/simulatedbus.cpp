@@ -440,7 +440,7 @@ void SimulatedBus::send_to_matching(const BusMessage &signal)
             send(*connection, signal);
 }
 
-void SimulatedBus::cut(const std::string &name)
+void SimulatedBus::cut(std::string name)
 {
     auto found = connections_.find(name);
     if (found == connections_.end())

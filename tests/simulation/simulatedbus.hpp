@@ -46,7 +46,7 @@ public:
     std::vector<std::string> names() const;
 
     // Ends a connection without a word, as when its process is killed.
-    void cut(const std::string &name);
+    void cut(std::string name);
     // Ends all of them.
     void cut_all();
     // The connection gets nothing until then.

@@ -76,7 +76,7 @@ protected:
     SharedCount ready, begins, accepted, sent, received, told;
 };
 
-TEST_F(Deliveries, DISABLED_AThreadThatSendsWithoutEndLosesNothingUntold)
+TEST_F(Deliveries, AThreadThatSendsWithoutEndLosesNothingUntold)
 {
     OtherUser consumer(*bus, bystander, consume());
     OtherUser producer(*bus, bystander, produce(scaled(200000, 1000000), 0));
@@ -89,7 +89,7 @@ TEST_F(Deliveries, DISABLED_AThreadThatSendsWithoutEndLosesNothingUntold)
     expect_nothing_lost_untold();
 }
 
-TEST_F(Deliveries, DISABLED_AConsumerThatStandsStillLosesNothingUntold)
+TEST_F(Deliveries, AConsumerThatStandsStillLosesNothingUntold)
 {
     const gint events = 3000;
     OtherUser consumer(*bus, bystander, consume());
@@ -105,7 +105,7 @@ TEST_F(Deliveries, DISABLED_AConsumerThatStandsStillLosesNothingUntold)
     expect_nothing_lost_untold();
 }
 
-TEST_F(Deliveries, DISABLED_AnEventForAHundredConsumersWaitsOnlyOnce)
+TEST_F(Deliveries, AnEventForAHundredConsumersWaitsOnlyOnce)
 {
     constexpr guint64 consumers = 100;
     OtherUser consumer(*bus, bystander, consume(consumers));
@@ -120,7 +120,7 @@ TEST_F(Deliveries, DISABLED_AnEventForAHundredConsumersWaitsOnlyOnce)
 }
 
 // The bus queues a limited amount for one connection and refuses further messages to it.
-TEST_F(Deliveries, DISABLED_WhatTheBusRefusesIsTold)
+TEST_F(Deliveries, WhatTheBusRefusesIsTold)
 {
     const int producers = 40;
     OtherUser consumer(*bus, bystander, consume());
@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(Some, HungConsumers, testing::Values(1, 12, 30),
                          });
 
 // A consumer that gets the sender's user id. The sender may have left before its event is handled.
-TEST_F(Deliveries, DISABLED_ASecureConsumerOutlivesProducersThatSendAndLeave)
+TEST_F(Deliveries, ASecureConsumerOutlivesProducersThatSendAndLeave)
 {
     OtherUser consumer(*bus, bystander, consume(1, true, 50000));
     const int rounds = scaled(2, 1000);

@@ -97,7 +97,7 @@ protected:
     std::optional<OtherUser> consumer, producer;
 };
 
-TEST_F(Outages, DISABLED_TheSwitchIsKilledUnderLoad)
+TEST_F(Outages, TheSwitchIsKilledUnderLoad)
 {
     live(1);
     const int rounds = scaled(10, 1000);
@@ -119,7 +119,7 @@ TEST_F(Outages, DISABLED_TheSwitchIsKilledUnderLoad)
     expect_nothing_lost_untold();
 }
 
-TEST_F(Outages, DISABLED_TheBusIsRestartedUnderLoad)
+TEST_F(Outages, TheBusIsRestartedUnderLoad)
 {
     live(2);
     const int rounds = scaled(3, 20);
@@ -169,7 +169,7 @@ protected:
     }
 };
 
-TEST_P(SlowStart, DISABLED_OfTheSwitchForgetsNoDeclaration)
+TEST_P(SlowStart, OfTheSwitchForgetsNoDeclaration)
 {
     constexpr int each = 60;
     if (getuid() != 0)

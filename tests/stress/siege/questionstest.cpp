@@ -36,7 +36,7 @@ OtherUser::Part declare_power(guint32 times, bool tells)
     };
 }
 
-TEST_F(Questions, DISABLED_SilentPropertiesOfOneUserDoNotHideTheStateOfAnother)
+TEST_F(Questions, SilentPropertiesOfOneUserDoNotHideTheStateOfAnother)
 {
     OtherUser silent(*bus, attacker, declare_power(70, false));
     ASSERT_TRUE(silent.says("declared"));
@@ -72,7 +72,7 @@ void install_large_types(const std::filesystem::path &folder, int count)
     }
 }
 
-TEST_F(Questions, DISABLED_TypesBeyondWhatTheBusCarriesEndNothing)
+TEST_F(Questions, TypesBeyondWhatTheBusCarriesEndNothing)
 {
     install_large_types(event_switch->writable_types(), 150);
     SharedCount asked, refused;
