@@ -33,15 +33,27 @@ bool tells_of_leaving(const sd_bus_error *error)
                                   SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY) > 0;
 }
 
+// When the connection ends, sd-bus answers the calls under way itself.
+bool is_of_lost_connection(sd_bus_message *answer)
+{
+    return sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0 &&
+           sd_bus_is_open(sd_bus_message_get_bus(answer)) <= 0;
+}
+
 Sign sign_in(sd_bus_message *answer)
 {
-    // sd-bus answers what is under way when the connection ends, in nobody's name.
-    bool is_end = !sd_bus_message_get_sender(answer) &&
-                  sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0;
     const sd_bus_error *refusal = refusal_in(answer);
-    if (is_end || (refusal && tells_of_leaving(refusal)))
+    if (is_of_lost_connection(answer) || (refusal && tells_of_leaving(refusal)))
         return Sign::OfLeaving;
     return refusal ? Sign::None : Sign::OfLife;
+}
+
+// Why a delivery may not have arrived; NULL when it has, or when its consumer has left.
+const char *reason_of_loss(sd_bus_message *answer)
+{
+    if (is_of_lost_connection(answer))
+        return "the connection to the bus ended before the answer";
+    return sign_in(answer) == Sign::None ? refusal_in(answer)->name : nullptr;
 }
 
 } // namespace
@@ -182,8 +194,8 @@ int CallWindow::receive_answer(sd_bus_message *answer, void *data, sd_bus_error 
     void *userdata = pending.userdata;
 
     Sign sign = sign_in(answer);
-    if (pending.is_event && sign == Sign::None) {
-        window->backlog_->report.count_refusal(pending.destination->name, refusal_in(answer)->name);
+    if (const char *reason = pending.is_event ? reason_of_loss(answer) : nullptr) {
+        window->backlog_->report.count_refusal(pending.destination->name, reason);
         window->wake_at(window->clock_());
     }
     const char *name = nullptr;

@@ -76,7 +76,8 @@ TEST_F(CallFlood, OfLargeMalformedDeclarationsBesideNewcomers)
     EXPECT_TRUE(life.goes_on());
     flood.end(1);
     newcomers.end(1);
-    expect_served(life);
+    // dbus-daemon refuses calls to a receiver for which it already holds 127 MiB.
+    expect_served(life, bus->kind() == BusKind::Daemon ? 0.1 : 0);
     tell_figure("calls of the flood", static_cast<double>(sent.get()), "");
     expect_memory_bounded();
 }

@@ -153,14 +153,14 @@ public:
 private:
     void receive(GLogLevelFlags level, const std::string &text)
     {
-        static const std::regex number("([0-9]+) (plain )?events?\\b");
-        static const std::regex loss("drop|lost|refuse|not delivered|undeliver");
-        std::smatch found;
+        static const std::regex number("([0-9]+) (events|deliveries)\\b");
+        static const std::regex loss("were dropped|could not be made|missed");
         bool tells = (level & G_LOG_LEVEL_WARNING) && std::regex_search(text, loss);
-        if (tells && std::regex_search(text, found, number))
-            told_.add(std::stoull(found[1]));
-        else if (lines_++ < 5) // further lines repeat them
+        std::sregex_iterator found(text.begin(), text.end(), number), end;
+        if (!tells && lines_++ < 5) // further lines repeat them
             std::fprintf(stderr, "%s\n", text.c_str());
+        for (; tells && found != end; ++found)
+            told_.add(std::stoull((*found)[1]));
     }
 
     SharedCount &told_;

@@ -87,7 +87,8 @@ protected:
                         static_cast<double>(received.get() + told.get()),
                     "events");
         tell_figure("refused", static_cast<double>(refused.get()), "events");
-        EXPECT_EQ(received.get() + told.get(), accepted.get());
+        // One whose answer was under way when the bus went is told, although it may have arrived.
+        EXPECT_GE(received.get() + told.get(), accepted.get());
         EXPECT_TRUE(consumer->is_running());
         EXPECT_TRUE(consumer->end());
     }
