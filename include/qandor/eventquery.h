@@ -5,10 +5,10 @@
  *
  * All functions may be called from any thread, but those that ask wait, for at most about 60 s, for
  * the thread that iterates the default main context: another thread than the caller's has to
- * iterate it. Within an iteration of that context, as in any callback, they are a critical, and what
- * they return is as if nothing were declared. Between two iterations of a hand-written loop they
- * wait for ever unless another thread iterates the context, which cannot be known here. What they
- * return belongs to the caller, and nothing else refers to it.
+ * iterate it. Within an iteration of that context, as in any callback, they are a critical, and
+ * what they return is as if nothing were declared. Between two iterations of a hand-written loop
+ * they wait for ever unless another thread iterates the context, which cannot be known here. What
+ * they return belongs to the caller, and nothing else refers to it.
  *
  * Asking for what is declared wants an event switch on the bus: without one it ends the process.
  * Asking for the types does not.
@@ -46,8 +46,8 @@ typedef struct topic_node_data {
 
 /**
  * Returns a new handle at once; it connects later. A connection that fails is logged as a warning.
- * While there is none nothing is known; each question tries to connect again, also after the bus has
- * hung up.
+ * While there is none nothing is known; each question tries to connect again, also after the bus
+ * has hung up.
  */
 QANDOR_API event_query *event_query_new(void);
 
