@@ -156,8 +156,9 @@ void RawPeer::start(sd_bus_message *message, std::optional<Answer> &answer)
 
 std::vector<Received> RawPeer::take()
 {
-    // What the switch has sent stands in front of its next answer.
-    call("Query.GetAllDeclarations");
+    // The switch handles a call when what the user's last call has caused has gone out, and what it
+    // has sent stands in front of its answer. Nothing is subscribed under this path.
+    call("Consumer.Unsubscribe", "/nobody", guint32(0));
     while (sd_bus_process(bus_.get(), nullptr) > 0) {
     }
     return std::exchange(received_, {});
