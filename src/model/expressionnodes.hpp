@@ -135,9 +135,11 @@ struct ExpressionIndex::Node : Chained, SliceAllocated {
 
     bool is(Kind its_kind, const KeyName *its_key, const std::string *its_value) const
     {
-        if (kind != its_kind || key != its_key || !value != !its_value)
+        if (kind != its_kind || key != its_key)
             return false;
-        return !value || are_same_bytes(*value, *its_value);
+        if (!value || !its_value)
+            return !value && !its_value;
+        return are_same_bytes(*value, *its_value);
     }
 
     // Whether the nodes from the root down to here say it of the container.
