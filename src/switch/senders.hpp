@@ -48,13 +48,15 @@ public:
 
 private:
     struct Name {
+        Name(Senders &owner, const std::string &name) : owner(owner), name(name) {}
+
         Senders &owner;
-        std::string name;
+        const std::string name;
         bool is_known = false; // the bus has answered
-        std::optional<Sender> sender{};
-        std::deque<BusMessageOwner> held{};
+        std::optional<Sender> sender;
+        std::deque<BusMessageOwner> held;
         std::size_t held_bytes = 0;
-        BusSlotOwner asking{};
+        BusSlotOwner asking;
     };
 
     static int receive_credentials(sd_bus_message *reply, void *name, sd_bus_error *);
