@@ -31,7 +31,7 @@ WAITING = {
     "CallFlood.*OfQueries": "queries",
     "CallFlood.*OfQuestions": "questions for a state",
     "CallFlood.*OfDeclarationsAndSubscriptions": "declarations and subscriptions",
-    "CallFlood.*OfFarewells": "Disconnect calls",
+    "CallFlood.*OfDisconnects": "Disconnect calls",
     "CallFlood.*OfIntrospection": "Introspect calls",
     "CallFlood.*OfMonitoring": "ListProducers calls",
     "Deaf.*AConnectionThatIsTold*": "a connection that does not read 360 MB",

@@ -33,7 +33,7 @@ bool sync_folder(const std::string &folder)
     return file.get() >= 0 && fsync(file.get()) == 0;
 }
 
-// A file that is not finished has a name that is no type's, so that nobody reads it.
+// An unfinished file has a name that no type can have, so it is never read.
 bool replace_file(const std::string &folder, const std::string &path, std::string_view text)
 {
     std::string unfinished = folder + "/.new-XXXXXX";

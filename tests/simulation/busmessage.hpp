@@ -3,7 +3,7 @@
 // A message of the bus as it travels: read from bytes, and written again with another sender. The
 // simulated bus looks into headers alone; it reads and writes the bodies of its own methods only.
 //
-// The form is that of the D-Bus specification's chapter "Message Protocol", little-endian.
+// The form is the D-Bus message format, little-endian.
 #pragma once
 
 #include <cstdint>

@@ -117,7 +117,7 @@ TEST_F(CallFlood, OfDeclarationsAndSubscriptions)
     });
 }
 
-TEST_F(CallFlood, OfFarewells)
+TEST_F(CallFlood, OfDisconnects)
 {
     live_in([](RawPeer &peer, std::optional<Answer> &answer, guint32 number) {
         peer.call_later(answer, number % 2 ? "Producer.Disconnect" : "Consumer.Disconnect", "/x");
