@@ -39,9 +39,8 @@ protected:
     // then, in builds that have one.
     void TearDown() override;
 
-    // Ends a bystander and asserts that its calls were answered, but for a share that the bus may
-    // have refused.
-    void expect_served(DailyLife &life, double refused_share = 0) const;
+    // Ends a bystander and asserts that all its calls were answered.
+    void expect_served(DailyLife &life) const;
     void expect_switch_alive();
     // The largest resident memory of the switch so far, in MiB.
     double switch_memory();
