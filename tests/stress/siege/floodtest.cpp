@@ -84,8 +84,9 @@ TEST_F(CallFlood, OfLargeMalformedDeclarationsBesideNewcomers)
         EXPECT_TRUE(goes_on);
         expect_served(life);
     }
+    // The bus may refuse the first calls, as long as it holds what the flood has left.
     RawPeer later;
-    EXPECT_EQ(later.call("Query.GetAllDeclarations").error, "");
+    EXPECT_TRUE(run_until([&] { return later.call("Query.GetAllDeclarations").error.empty(); }));
     tell_figure("calls of the flood", static_cast<double>(sent.get()), "");
     expect_memory_bounded();
 }
