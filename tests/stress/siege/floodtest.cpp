@@ -86,7 +86,8 @@ TEST_F(CallFlood, OfLargeMalformedDeclarationsBesideNewcomers)
     }
     // The bus may refuse the first calls, as long as it holds what the flood has left.
     RawPeer later;
-    EXPECT_TRUE(run_until([&] { return later.call("Query.GetAllDeclarations").error.empty(); }));
+    EXPECT_TRUE(
+        run_until([&] { return later.call("Query.GetAllDeclarations").error.empty(); }, 90));
     tell_figure("calls of the flood", static_cast<double>(sent.get()), "");
     expect_memory_bounded();
 }
