@@ -56,9 +56,10 @@ guint64 siphash_2_4(guint64 key0, guint64 key1, std::string_view bytes)
     std::string_view rest = bytes;
     for (; rest.size() >= 8; rest.remove_prefix(8))
         hash.take(GUINT64_FROM_LE(load<guint64>(rest.data())));
-    guint64 last = 0;
-    copy_bytes(&last, rest.data(), rest.size());
-    hash.take(GUINT64_FROM_LE(last) | static_cast<guint64>(bytes.size()) << 56);
+    guint64 last = static_cast<guint64>(bytes.size()) << 56;
+    for (unsigned place = 0; place < rest.size(); ++place)
+        last |= static_cast<guint64>(static_cast<guint8>(rest[place])) << 8 * place;
+    hash.take(last);
     return hash.end();
 }
 
