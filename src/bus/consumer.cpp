@@ -65,10 +65,25 @@ static void consumer_try_one(gpointer user_data)
     state.try_one();
 }
 
+static void consumer_tell_to_forget(gpointer user_data, guint32 token,
+                                    sd_bus_message_handler_t answered, gpointer ticket)
+{
+    const BusPresence &presence = state_of(static_cast<Consumer *>(user_data)).presence;
+    com_vemo_Event_Switch_Consumer_unsubscribe_async(presence.bus, presence.object.c_str(), token,
+                                                     answered, ticket);
+}
+
+static void consumer_token_is_free(gpointer user_data)
+{
+    state_of(static_cast<Consumer *>(user_data)).subscribe_all();
+}
+
 ConsumerState::ConsumerState(Consumer *instance)
     : presence({"consumer", instance, consumer_online_handler, consumer_offline_handler,
                 consumer_lost_handler, consumer_connect_again}),
-      resending_(consumer_try_one, instance)
+      resending_(consumer_try_one, instance),
+      retractions_({mutex, instance, "com.vemo.Event.Switch.Consumer.Unsubscribe",
+                    consumer_tell_to_forget, consumer_token_is_free})
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Consumer/%p", static_cast<void *>(instance)));
     presence.object = object.get();

@@ -5,6 +5,7 @@
 
 #include "bus/announcement.hpp"
 #include "bus/buspresence.hpp"
+#include "bus/retractions.hpp"
 #include "bus/sendtickets.hpp"
 #include "platform/owners.hpp"
 
@@ -33,6 +34,7 @@ public:
     subscription_data *find(guint32 token);
     void subscribe(subscription_data &subscription);
     void subscribe_all();
+    void unsubscribe(guint32 token);
     // Subscribes one that is not subscribed, to see whether the switch can be reached.
     void try_one();
     void come_online();
@@ -52,6 +54,7 @@ private:
 
     SendTickets<ConsumerState> tickets_;
     Resending resending_;
+    Retractions retractions_;
 };
 
 ConsumerState &state_of(Consumer *self);

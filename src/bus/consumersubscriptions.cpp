@@ -39,7 +39,8 @@ subscription_data *ConsumerState::find(guint32 token)
 
 void ConsumerState::subscribe(subscription_data &subscription)
 {
-    if (subscription.subscribed || presence.is_lost())
+    // A token that the switch still has is subscribed when the switch has forgotten it.
+    if (subscription.subscribed || presence.is_lost() || retractions_.contains(subscription.token))
         return;
     const GArray *array = subscription.expression_data.get();
     Bytes bytes{reinterpret_cast<const guint8 *>(array->data), array->len};
@@ -108,6 +109,17 @@ void ConsumerState::subscribe_all()
         subscribe(*subscription);
 }
 
+void ConsumerState::unsubscribe(guint32 token)
+{
+    if (presence.is_lost())
+        return;
+    if (presence.bus)
+        retractions_.add(token);
+    else // Which is the critical that a missing connection is.
+        com_vemo_Event_Switch_Consumer_unsubscribe_async(nullptr, presence.object.c_str(), token,
+                                                         ignore_answer, nullptr);
+}
+
 void ConsumerState::come_online()
 {
     resending_.reset();
@@ -119,11 +131,13 @@ void ConsumerState::lose_bus()
     presence.lose();
     tickets_.forget();
     resending_.reset();
+    retractions_.lose_bus();
     go_offline();
 }
 
 void ConsumerState::go_offline()
 {
+    retractions_.forget();
     for (auto &[token, subscription] : subscriptions)
         subscription->subscribed = false;
 }
@@ -186,11 +200,7 @@ void consumer_send_unsubscribe(Consumer *self, subscription_data *subscription)
     std::unique_ptr<subscription_data> owner(subscription);
     ConsumerState &state = state_of(self);
     std::lock_guard lock(state.mutex);
-    if (state.presence.is_lost())
-        return;
-    com_vemo_Event_Switch_Consumer_unsubscribe_async(state.presence.bus,
-                                                     state.presence.object.c_str(),
-                                                     subscription->token, ignore_answer, nullptr);
+    state.unsubscribe(subscription->token);
 }
 
 property_state *consumer_send_get_property_state(Consumer *self,

@@ -10,6 +10,7 @@
 #include "bus/forwardedsubscriptions.hpp"
 #include "bus/heldevents.hpp"
 #include "bus/maintimer.hpp"
+#include "bus/retractions.hpp"
 #include "bus/sendtickets.hpp"
 #include "messages/event.hpp"
 #include "messages/eventdeclaration.hpp"
@@ -127,6 +128,7 @@ private:
     guint switch_number_ = 0; // counts the switches that went away
     SendTickets<ProducerState> tickets_;
     Resending resending_;
+    Retractions retractions_;
     HeldEvents held_;
     guint not_waited_for_ = 0; // held events that were let go too early, not yet told
     MainTimer held_timer_;

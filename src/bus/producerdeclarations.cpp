@@ -109,8 +109,7 @@ void ProducerState::declare_all()
 
 void ProducerState::tell_to_forget(guint32 global_id)
 {
-    com_vemo_Event_Switch_Producer_undeclare_async(presence.bus, presence.object.c_str(), global_id,
-                                                   ignore_answer, nullptr);
+    retractions_.add(global_id);
 }
 
 void producer_allocate_decl_data(Producer *self, guint32 id, event_declaration *declaration,

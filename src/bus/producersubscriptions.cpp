@@ -86,6 +86,7 @@ void ProducerState::lose_bus()
         presence.lose();
         tickets_.forget();
         resending_.reset();
+        retractions_.lose_bus();
         unanswered.swap(type_requests_);
         go_offline();
         for (auto &[local_id, data] : declared_events)
@@ -98,6 +99,7 @@ void ProducerState::lose_bus()
 void ProducerState::go_offline()
 {
     ++switch_number_;
+    retractions_.forget();
     bool was_visible = false;
     for (auto &[local_id, data] : declared_events) {
         was_visible = was_visible || data->subscriptions.has_visible();

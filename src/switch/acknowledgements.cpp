@@ -34,65 +34,89 @@ bool Acknowledgements::has_place(guint32 uid) const
 {
     auto own = places_.find(uid);
     std::size_t of_user = own == places_.end() ? 0 : own->second;
-    std::size_t of_others = askings_.size() - of_user;
+    std::size_t of_others = taken_places_ - of_user;
     std::size_t share = std::max<std::size_t>((acknowledgement_calls - of_others) / 2, 1);
-    return askings_.size() < acknowledgement_calls && of_user < share;
+    return taken_places_ < acknowledgement_calls && of_user < share;
 }
 
 void Acknowledgements::ask(const std::string &name, guint32 uid)
 {
-    if (askings_.contains(name) || waiting_.contains(name))
+    auto known = names_.find(name);
+    if ((known != names_.end() && known->second.is_being_asked) || waiting_.contains(name))
         return;
     if (!has_place(uid) || !begin(name, uid))
         waiting_.emplace(name, uid);
 }
 
-bool Acknowledgements::begin(const std::string &name, guint32 uid)
+bool Acknowledgements::begin(const std::string &called, guint32 uid)
+{
+    Name &name = names_.try_emplace(called, Name{*this, called, uid}).first->second;
+    ++name.round;
+    name.pause = first_pause_usec;
+    name.is_being_asked = send_question(name);
+    if (!name.is_being_asked) {
+        if (name.questions.empty())
+            names_.erase(called);
+        return false;
+    }
+    tell_asked_(called);
+    return true;
+}
+
+// The bus counts the call until the peer answers or leaves, however long that takes.
+bool Acknowledgements::send_question(Name &name)
 {
     sd_bus_message *made = nullptr;
-    int r = sd_bus_message_new_method_call(bus_, &made, name.c_str(), "/",
+    int r = sd_bus_message_new_method_call(bus_, &made, name.name.c_str(), "/",
                                            "org.freedesktop.DBus.Peer", "Ping");
     BusMessageOwner call(made);
     if (r < 0)
         return false;
-    Asking &asking = askings_.emplace(name, Asking{*this, name, uid, nullptr}).first->second;
-    ++places_[uid];
+    Question &question = name.questions.emplace_back(Question{name, name.round});
+    ++places_[name.uid];
+    ++taken_places_;
     sd_bus_slot *slot = nullptr;
-    // The bus counts the call until the peer answers or leaves, however long that takes.
-    r = sd_bus_call_async(bus_, &slot, made, receive_answer, &asking, G_MAXUINT64);
-    asking.slot.reset(slot);
-    if (r >= 0)
-        tell_asked_(name);
+    r = sd_bus_call_async(bus_, &slot, made, receive_answer, &question, G_MAXUINT64);
+    question.slot.reset(slot);
+    if (r < 0)
+        end(question);
     else
-        end(name);
+        name.repeat_at = clock_() + name.pause;
     return r >= 0;
 }
 
-void Acknowledgements::end(const std::string &name)
+void Acknowledgements::end(Question &question)
 {
-    auto asking = askings_.find(name);
-    if (asking == askings_.end())
-        return;
-    auto places = places_.find(asking->second.uid);
+    Name &name = question.name;
+    name.questions.remove_if([&question](const Question &one) { return &one == &question; });
+    --taken_places_;
+    auto places = places_.find(name.uid);
     if (--places->second == 0)
         places_.erase(places);
-    askings_.erase(asking);
 }
 
 int Acknowledgements::receive_answer(sd_bus_message *reply, void *data, sd_bus_error *)
 {
-    auto &asking = *static_cast<Asking *>(data);
-    Acknowledgements &self = asking.owner;
-    std::string name = asking.name;
-    guint32 uid = asking.uid;
-    self.end(name);
+    auto &question = *static_cast<Question *>(data);
+    Name &asked = question.name;
+    Acknowledgements &self = asked.owner;
+    const std::string name = asked.name;
+    const guint32 uid = asked.uid;
+    bool is_news = asked.is_being_asked && question.round == asked.round;
+    self.end(question);
+    if (is_news)
+        asked.is_being_asked = false;
+    if (asked.questions.empty())
+        self.names_.erase(name);
+
     if (is_forbidden(reply) && !std::exchange(self.has_warned_, true))
         log_line(LogLevel::Warning,
                  "the bus does not allow the switch to call org.freedesktop.DBus.Peer: it cannot "
                  "see whether peers read");
-    else if (is_refused(reply) && !is_forbidden(reply))
+    bool is_to_ask_again = is_refused(reply) && !is_forbidden(reply);
+    if (is_news && is_to_ask_again)
         self.waiting_.emplace(name, uid);
-    if (!self.waiting_.contains(name))
+    else if (is_news)
         self.tell_answered_(name);
     if (!is_refused(reply))
         self.ask_waiting();
@@ -113,10 +137,31 @@ void Acknowledgements::ask_waiting()
     }
 }
 
+void Acknowledgements::repeat(Name &name)
+{
+    bool is_due = name.is_being_asked && clock_() >= name.repeat_at;
+    if (!is_due || name.questions.size() >= most_questions || !has_place(name.uid))
+        return;
+    name.pause *= 4;
+    send_question(name);
+}
+
+void Acknowledgements::look_again()
+{
+    ask_waiting();
+    for (auto &[name, asked] : names_)
+        repeat(asked);
+}
+
 void Acknowledgements::forget(const std::string &name)
 {
     waiting_.erase(name);
-    end(name);
+    auto known = names_.find(name);
+    if (known != names_.end()) {
+        while (!known->second.questions.empty())
+            end(known->second.questions.front());
+        names_.erase(known);
+    }
     ask_waiting();
 }
 

@@ -341,7 +341,7 @@ void Outbox::acknowledge(const std::string &name)
 
 void Outbox::look_again()
 {
-    acknowledgements_.ask_waiting();
+    acknowledgements_.look_again();
     unblock_all();
     bool is_late = !bus_takes_more() && g_get_monotonic_time() - taken_ > stuck_usec;
     // The second time in a row: the loop has had time to give the bus what it takes.

@@ -111,6 +111,7 @@ void Senders::ask(Name &name)
     if (r >= 0)
         r = sd_bus_call_async(bus_, &slot, made, receive_credentials, &name, G_MAXUINT64);
     name.asking.reset(slot);
+    name.ask_again_at = g_get_monotonic_time() + patience_usec;
     if (r >= 0)
         return;
     log_line(LogLevel::Warning, "cannot ask who %s is: %s", name.name.c_str(), std::strerror(-r));
@@ -138,6 +139,25 @@ void Senders::hand_on(Name &name)
     guint32 uid = name.sender ? name.sender->uid : nobody_known;
     for (const BusMessageOwner &call : held)
         take_(call.get(), uid);
+}
+
+void Senders::look_again()
+{
+    gint64 now = g_get_monotonic_time();
+    std::vector<Name *> late;
+    for (auto &[called, name] : names_)
+        if (!name.is_known && now >= name.ask_again_at)
+            late.push_back(&name);
+    for (Name *name : late)
+        ask(*name);
+}
+
+std::vector<std::string> Senders::names() const
+{
+    std::vector<std::string> names;
+    for (const auto &[called, name] : names_)
+        names.push_back(called);
+    return names;
 }
 
 void Senders::forget(const std::string &name)

@@ -2,6 +2,8 @@
 
 // Who is behind a name on the bus. The bus is asked at the name's first call, without waiting:
 // calls of the name are held meanwhile, in order. The name is forgotten when it leaves.
+//
+// dbus-daemon drops its own answers while too much waits for the switch, so it is asked again.
 #pragma once
 
 #include "platform/owners.hpp"
@@ -15,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace qandor {
 
@@ -45,6 +48,15 @@ public:
     // Nothing for a name that has not called, or whose user the bus does not tell.
     std::optional<Sender> find_known(const std::string &name) const;
     void forget(const std::string &name);
+    // Every name that has called and has not been forgotten.
+    std::vector<std::string> names() const;
+
+    // To be called about once a second while calls are held.
+    void look_again();
+    bool has_held() const { return held_bytes_ > 0; }
+
+    // How long the bus has to answer before it is asked again.
+    static constexpr gint64 patience_usec = 2 * G_USEC_PER_SEC;
 
 private:
     struct Name {
@@ -57,6 +69,7 @@ private:
         std::deque<BusMessageOwner> held;
         std::size_t held_bytes = 0;
         BusSlotOwner asking;
+        gint64 ask_again_at = 0; // monotonic
     };
 
     static int receive_credentials(sd_bus_message *reply, void *name, sd_bus_error *);

@@ -85,6 +85,8 @@ Service::Service(sd_bus *bus, const Configuration &configuration)
                        [this](sd_bus_message *call, guint32 uid) { handle(call, uid); }}),
       rounds(
           {[this] { return step(); }, [this] { return has_waiting(); }, [this] { look_again(); }}),
+      roll_call(
+          {[this] { return senders.names(); }, [this](const std::string &name) { forget(name); }}),
       memory_return(
           [this] { return accounts.total().stored_bytes + accounts.total().waiting_bytes; }),
       monitor(*this)
@@ -107,9 +109,11 @@ Counts Service::counts() const
 // sd-bus would handle each call here and now; so none gets there.
 int Service::receive(sd_bus_message *message, void *userdata, sd_bus_error *)
 {
+    auto &self = *static_cast<Service *>(userdata);
+    self.roll_call.note(message);
     if (!sd_bus_message_is_method_call(message, nullptr, nullptr))
         return 0;
-    static_cast<Service *>(userdata)->senders.receive(message);
+    self.senders.receive(message);
     return 1;
 }
 
@@ -167,11 +171,12 @@ bool Service::step()
 
 bool Service::has_waiting() const
 {
-    return !outbox.is_empty() || !jobs.is_empty() || !turns.is_empty();
+    return !outbox.is_empty() || !jobs.is_empty() || !turns.is_empty() || senders.has_held();
 }
 
 void Service::look_again()
 {
+    senders.look_again();
     outbox.look_again();
     if (!outbox.is_stuck())
         return;
@@ -189,6 +194,8 @@ int Service::serve()
     int r = type_changes.begin(sd_bus_get_event(bus));
     if (r >= 0)
         r = memory_return.begin(sd_bus_get_event(bus));
+    if (r >= 0)
+        r = roll_call.begin(bus);
     if (r >= 0)
         r = monitor.serve();
     if (r >= 0)

@@ -20,6 +20,7 @@
 #include "switch/outbox.hpp"
 #include "switch/propertyquestions.hpp"
 #include "switch/replies.hpp"
+#include "switch/rollcall.hpp"
 #include "switch/rounds.hpp"
 #include "switch/senders.hpp"
 #include "switch/turns.hpp"
@@ -61,6 +62,7 @@ public:
     TypeChanges type_changes;
     Turns turns;
     Rounds rounds;
+    RollCall roll_call;
     MemoryReturn memory_return;
     Monitor monitor;
 

@@ -92,6 +92,12 @@ public:
         gone_.insert(name);
         process();
     }
+    // The peer answers the oldest call, but the bus drops the answer.
+    void drop_answer(const std::string &name)
+    {
+        peers_[name].unanswered.pop_front();
+        --unanswered_;
+    }
     // The bus refuses the next call to the peer.
     void refuse_next(const std::string &name) { refused_next_.insert(name); }
 

@@ -129,6 +129,8 @@ bool read_settings(int count, char **arguments, Settings &settings)
             settings.faults.bus_restarts = number != 0;
         else if (option == "--forgeries")
             settings.faults.strangers_forge = number != 0;
+        else if (option == "--floods")
+            settings.faults.strangers_flood = number != 0;
         else if (option == "--stalls")
             settings.faults.connections_stall = number != 0;
         else

@@ -284,6 +284,27 @@ void Scenario::forge_signal()
     world_.bus.forge_owner_change(victim, bodies[world_.random.below(std::size(bodies))]);
 }
 
+// Somebody calls the switch so much that the bus drops what else is for it.
+void Scenario::flood_switch()
+{
+    if (!faults_.strangers_flood || !world_.event_switch.runs() || !world_.random.one_in(2))
+        return;
+    observer_.fail();
+    Microseconds time = world_.random.below(20'000'000);
+    trace("flood the switch for " + std::to_string(time / 1000) + " ms");
+    world_.bus.flood(world_.event_switch.name(), virtual_clock::now() + time);
+    is_flooded_ = true;
+}
+
+// What the flood has left arrives; then the switch has time to find out who has left.
+void Scenario::end_flood()
+{
+    if (!std::exchange(is_flooded_, false))
+        return;
+    world_.bus.forge_owner_change(world_.event_switch.name(), {"the", "last", "one"});
+    world_.pass(RollCall::pause_usec + G_USEC_PER_SEC);
+}
+
 void Scenario::let_time_pass()
 {
     constexpr Microseconds lengths[] = {1'000, 30'000, 200'000, 1'500'000};
@@ -316,6 +337,7 @@ void Scenario::act()
         {&Scenario::hang_consumer, 1},
         {&Scenario::restart_bus, 1},
         {&Scenario::forge_signal, 1},
+        {&Scenario::flood_switch, 1},
     };
     std::size_t weights = 0;
     for (const Act &one : acts)
@@ -333,6 +355,7 @@ void Scenario::come_to_rest()
     world_.bus.thaw_all();
     if (!world_.event_switch.runs())
         world_.event_switch.start();
+    end_flood();
     world_.settle();
     observer_.settled();
 

@@ -20,6 +20,7 @@ struct Faults {
     bool consumers_hang = true;
     bool bus_restarts = true;
     bool strangers_forge = true;
+    bool strangers_flood = true;
 };
 
 class Scenario {
@@ -63,6 +64,8 @@ private:
     void hang_consumer();
     void restart_bus();
     void forge_signal();
+    void flood_switch();
+    void end_flood();
     void let_time_pass();
     void trace(const std::string &what) const;
 
@@ -75,6 +78,7 @@ private:
     Observer observer_;
     Faults faults_;
     bool traces_;
+    bool is_flooded_ = false; // since all has come to rest
     std::list<Producer> producers_;
     std::list<Consumer> consumers_;
 };

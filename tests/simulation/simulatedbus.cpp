@@ -75,10 +75,23 @@ void SimulatedBus::stall(const std::string &name, Microseconds until)
         found->second->stalled_until = until;
 }
 
+void SimulatedBus::flood(const std::string &name, Microseconds until)
+{
+    auto found = connections_.find(name);
+    if (found != connections_.end())
+        found->second->flooded_until = until;
+}
+
+// Now and then something gets in, when something else has just been read.
+bool SimulatedBus::is_full(const Connection &receiver)
+{
+    return receiver.flooded_until > virtual_clock::now() && !random_.one_in(4);
+}
+
 void SimulatedBus::thaw_all()
 {
     for (const auto &[name, connection] : connections_)
-        connection->stalled_until = 0;
+        connection->stalled_until = connection->flooded_until = 0;
 }
 
 std::optional<Microseconds> SimulatedBus::next_thaw() const
@@ -193,8 +206,11 @@ bool SimulatedBus::deliver(Connection &receiver)
 
 void SimulatedBus::send(Connection &receiver, BusMessage message)
 {
-    if (message.sender == driver)
+    if (message.sender == driver) {
+        if (is_full(receiver))
+            return;
         message.serial = ++receiver.last_serial;
+    }
     message.destination = receiver.name;
     receiver.outgoing.push_back(message.write());
 }
@@ -232,12 +248,16 @@ void SimulatedBus::forward(Connection &sender, BusMessage message)
         // Nobody gets an answer who has not asked.
         if (pending_.erase({*receiver, sender.name, message.reply_serial}) == 0)
             return;
+        if (is_full(*connections_.at(*receiver)))
+            return;
     } else if (message.expects_reply()) {
-        if (unanswered(sender.name) >= most_unanswered) {
+        if (unanswered(sender.name) >= most_unanswered || is_full(*connections_.at(*receiver))) {
             refuse(sender.name, message.serial, "LimitsExceeded");
             return;
         }
         pending_.insert({sender.name, *receiver, message.serial});
+    } else if (is_full(*connections_.at(*receiver))) {
+        return;
     }
     send(*connections_.at(*receiver), std::move(message));
 }

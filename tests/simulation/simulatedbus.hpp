@@ -55,6 +55,10 @@ public:
     // When the next stalled connection gets something again.
     std::optional<Microseconds> next_thaw() const;
 
+    // So much waits for the connection until then that the bus drops most of what else goes there,
+    // as dbus-daemon does: calls are refused, answers and its own messages vanish.
+    void flood(const std::string &name, Microseconds until);
+
     // A stranger's unicast signal that looks like the bus's own, which a stock bus lets everybody
     // send.
     void forge_owner_change(const std::string &victim, const std::vector<std::string> &body);
@@ -79,6 +83,7 @@ private:
         std::uint32_t last_serial = 0;
         bool authenticated = false;
         Microseconds stalled_until = 0;
+        Microseconds flooded_until = 0;
     };
     struct Pending {
         std::string caller, callee;
@@ -87,6 +92,7 @@ private:
     };
     using Connections = std::map<std::string, std::unique_ptr<Connection>>;
 
+    bool is_full(const Connection &receiver);
     void receive();
     bool read_from(Connection &connection);
     void authenticate(Connection &connection);

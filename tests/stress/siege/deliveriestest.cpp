@@ -29,7 +29,7 @@ protected:
             std::list<ReceivingHandle> consumers;
             for (guint i = 0; i < handles; ++i)
                 consumers.emplace_back(
-                    topic, ready,
+                    topic,
                     [=, this](gint) {
                         received.add();
                         if (microseconds > 0)
@@ -40,12 +40,12 @@ protected:
         };
     }
     // A producer that sends @events events when @begins is set, then frees its handle.
-    OtherUser::Part produce(gint events, std::size_t payload, guint64 consumers = 1)
+    OtherUser::Part produce(gint events, std::size_t payload)
     {
         return [=, this](OtherUser::Line &line) {
             ToldLosses losses(told);
             SendingHandle producer(topic, payload);
-            line.say(producer.find_consumers(ready, consumers) ? "ready" : "deaf");
+            line.say(producer.is_complete() ? "ready" : "not declared");
             wait_until([&] { return begins.get() > 0; }, 60);
             // From another thread, as fast as possible.
             std::thread sender([&] {
@@ -73,12 +73,13 @@ protected:
         EXPECT_EQ(received.get() + told.get(), accepted.get() * consumers);
     }
 
-    SharedCount ready, begins, accepted, sent, received, told;
+    SharedCount begins, accepted, sent, received, told;
 };
 
 TEST_F(Deliveries, AThreadThatSendsWithoutEndLosesNothingUntold)
 {
     OtherUser consumer(*bus, bystander, consume());
+    await_subscriptions(1);
     OtherUser producer(*bus, bystander, produce(scaled(200000, 1000000), 0));
     ASSERT_TRUE(producer.says("ready"));
     begins.add();
@@ -93,6 +94,7 @@ TEST_F(Deliveries, AConsumerThatStandsStillLosesNothingUntold)
 {
     const gint events = 3000;
     OtherUser consumer(*bus, bystander, consume());
+    await_subscriptions(1);
     OtherUser producer(*bus, bystander, produce(events, 60000));
     ASSERT_TRUE(producer.says("ready"));
     consumer.stop();
@@ -109,7 +111,8 @@ TEST_F(Deliveries, AnEventForAHundredConsumersWaitsOnlyOnce)
 {
     constexpr guint64 consumers = 100;
     OtherUser consumer(*bus, bystander, consume(consumers));
-    OtherUser producer(*bus, attacker, produce(1000, 400, consumers));
+    await_subscriptions(consumers);
+    OtherUser producer(*bus, attacker, produce(1000, 400));
     ASSERT_TRUE(producer.says("ready"));
     begins.add();
     ASSERT_TRUE(producer.says("sent", 300));
@@ -124,12 +127,13 @@ TEST_F(Deliveries, WhatTheBusRefusesIsTold)
 {
     const int producers = 40;
     OtherUser consumer(*bus, bystander, consume());
+    await_subscriptions(1);
     std::list<OtherUser> senders;
     for (int i = 0; i < producers; ++i)
         senders.emplace_back(*bus, bystander, [this](OtherUser::Line &line) {
             ToldLosses losses(told);
             SendingHandle producer(topic, 60000);
-            line.say(producer.find_consumers(ready, 1) ? "ready" : "deaf");
+            line.say(producer.is_complete() ? "ready" : "not declared");
             wait_until([&] { return begins.get() > 0; }, 60);
             for (gint number = 0; number < 100; ++number)
                 accepted.add(producer.send(number));
@@ -175,10 +179,11 @@ TEST_P(HungConsumers, LeaveAHealthyOneServed)
     });
     ASSERT_TRUE(ill.says("ill"));
     OtherUser consumer(*bus, bystander, consume());
+    await_subscriptions(static_cast<std::size_t>(hung) + 1);
     OtherUser producer(*bus, bystander, [&](OtherUser::Line &line) {
         ToldLosses losses(told);
         SendingHandle handle(topic);
-        line.say(handle.find_consumers(ready, 1) ? "ready" : "deaf");
+        line.say(handle.is_complete() ? "ready" : "not declared");
         Beat beat(10, [&](gint number) { accepted.add(handle.send(number)); });
         wait_until([&] { return line.is_over(); }, 3600);
     });
@@ -203,11 +208,12 @@ INSTANTIATE_TEST_SUITE_P(Some, HungConsumers, testing::Values(1, 12, 30),
 TEST_F(Deliveries, ASecureConsumerOutlivesProducersThatSendAndLeave)
 {
     OtherUser consumer(*bus, bystander, consume(1, true, 50000));
+    await_subscriptions(1);
     const int rounds = scaled(2, 1000);
     int survived = 0;
     while (survived < rounds && !HasFailure()) {
         guint64 before = received.get();
-        OtherUser producer(*bus, bystander, produce(20, 0, 1));
+        OtherUser producer(*bus, bystander, produce(20, 0));
         ASSERT_TRUE(producer.says("ready"));
         begins.add();
         EXPECT_TRUE(producer.says("sent"));

@@ -15,10 +15,11 @@
 
 namespace qandor::test {
 
-// A producer of one declaration. Events with a negative number are not counted by consumers.
+// A producer of one declaration.
 class SendingHandle {
 public:
-    // Declares, and waits for the declaration's completion.
+    // Declares, and waits for the declaration's completion: then it knows the subscriptions that
+    // the switch knows.
     explicit SendingHandle(const char *topic, std::size_t payload = 0)
         : producer_(event_producer_new(topic)), payload_(payload, 'x')
     {
@@ -44,16 +45,7 @@ public:
                                 static_cast<guint32>(payload_.size()));
         return event_producer_send_event(producer_, event.get(), nullptr);
     }
-    // Sends events until @consumers consumers have received one.
-    bool find_consumers(const SharedCount &ready, guint64 consumers) const
-    {
-        return wait_until(
-            [&] {
-                send(-1);
-                return ready.get() >= consumers;
-            },
-            60);
-    }
+    bool is_complete() const { return complete_; }
     // Frees the handle and waits for the callback.
     bool free(double seconds = 60)
     {
@@ -75,9 +67,8 @@ class ReceivingHandle {
 public:
     using Receive = std::function<void(gint number)>;
 
-    // Increments @ready at its first event. @receive gets the numbers that are not negative.
-    ReceivingHandle(const char *topic, SharedCount &ready, Receive receive, bool secure = false)
-        : ready_(ready), receive_(std::move(receive)), consumer_(event_consumer_new(topic))
+    ReceivingHandle(const char *topic, Receive receive, bool secure = false)
+        : receive_(std::move(receive)), consumer_(event_consumer_new(topic))
     {
         Owned<subscribe_expression> expression(subscribe_expression_new());
         subscribe_expression_add_key_value(expression.get(), "topic0", topic);
@@ -98,16 +89,11 @@ private:
         auto &self = *static_cast<ReceivingHandle *>(data);
         gint number = -1;
         event_get_typed_value(event, "number", &number);
-        if (!std::exchange(self.counted_, true))
-            self.ready_.add();
-        if (number >= 0)
-            self.receive_(number);
+        self.receive_(number);
     }
 
-    SharedCount &ready_;
     Receive receive_;
     event_consumer *consumer_;
-    bool counted_ = false;
 };
 
 // Calls a function periodically on the default main context, with the number of the call.

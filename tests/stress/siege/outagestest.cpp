@@ -24,16 +24,17 @@ protected:
     void live(guint milliseconds)
     {
         consumer.emplace(*bus, bystander, [this](OtherUser::Line &line) {
-            ReceivingHandle handle("Device", ready, [this](gint number) {
+            ReceivingHandle handle("Device", [this](gint number) {
                 received.add();
                 latest.set(static_cast<guint64>(number));
             });
             wait_until([&] { return line.is_over(); }, 3600);
         });
+        await_subscriptions(1);
         producer.emplace(*bus, attacker, [=, this](OtherUser::Line &line) {
             ToldLosses losses(told);
             SendingHandle handle("Device");
-            line.say(handle.find_consumers(ready, 1) ? "ready" : "deaf");
+            line.say(handle.is_complete() ? "ready" : "not declared");
             {
                 Beat beat(milliseconds, [&](gint number) {
                     ++(handle.send(number) ? own_accepted : own_refused);
@@ -94,7 +95,7 @@ protected:
     }
 
     guint64 own_accepted = 0, own_refused = 0; // of the producer's process
-    SharedCount ready, sent, accepted, refused, received, latest, told;
+    SharedCount sent, accepted, refused, received, latest, told;
     std::optional<OtherUser> consumer, producer;
 };
 

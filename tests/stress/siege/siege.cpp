@@ -80,6 +80,13 @@ void Siege::expect_switch_alive()
     EXPECT_EQ(error, "");
 }
 
+void Siege::await_subscriptions(std::size_t count) const
+{
+    RawPeer onlooker;
+    ASSERT_TRUE(run_until(
+        [&] { return list_rows(onlooker.bus(), "ListSubscriptions").size() >= count; }, 60));
+}
+
 double Siege::switch_memory()
 {
     return memory_of(event_switch->process().pid(), "VmHWM: %ld kB");

@@ -42,6 +42,8 @@ protected:
     // Ends a bystander and asserts that all its calls were answered.
     void expect_served(DailyLife &life) const;
     void expect_switch_alive();
+    // Waits until the switch has so many subscriptions.
+    void await_subscriptions(std::size_t count) const;
     // The largest resident memory of the switch so far, in MiB.
     double switch_memory();
     void expect_memory_bounded();
