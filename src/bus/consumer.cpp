@@ -5,6 +5,7 @@
 #include "bus/consumer.hpp"
 
 #include "bus/errors.hpp"
+#include "bus/switchbusclient.hpp"
 #include "platform/check.hpp"
 
 #include <qandor/switchbusclient.h>
@@ -65,12 +66,10 @@ static void consumer_try_one(gpointer user_data)
     state.try_one();
 }
 
-static void consumer_tell_to_forget(gpointer user_data, guint32 token,
-                                    sd_bus_message_handler_t answered, gpointer ticket)
+static MethodCall consumer_call_to_forget(gpointer user_data, guint32 token)
 {
     const BusPresence &presence = state_of(static_cast<Consumer *>(user_data)).presence;
-    com_vemo_Event_Switch_Consumer_unsubscribe_async(presence.bus, presence.object.c_str(), token,
-                                                     answered, ticket);
+    return unsubscribe_call(presence.bus, presence.object.c_str(), token);
 }
 
 static void consumer_token_is_free(gpointer user_data)
@@ -83,7 +82,7 @@ ConsumerState::ConsumerState(Consumer *instance)
                 consumer_lost_handler, consumer_connect_again}),
       resending_(consumer_try_one, instance),
       retractions_({mutex, instance, "com.vemo.Event.Switch.Consumer.Unsubscribe",
-                    consumer_tell_to_forget, consumer_token_is_free})
+                    consumer_call_to_forget, consumer_token_is_free})
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Consumer/%p", static_cast<void *>(instance)));
     presence.object = object.get();

@@ -5,6 +5,7 @@
 #include "bus/producer.hpp"
 
 #include "bus/errors.hpp"
+#include "bus/switchbusclient.hpp"
 #include "platform/check.hpp"
 
 #include <qandor/switchbusclient.h>
@@ -84,12 +85,10 @@ static void producer_give_up_former(gpointer user_data)
     state.give_up_former();
 }
 
-static void producer_tell_to_forget(gpointer user_data, guint32 global_id,
-                                    sd_bus_message_handler_t answered, gpointer ticket)
+static MethodCall producer_call_to_forget(gpointer user_data, guint32 global_id)
 {
     const BusPresence &presence = state_of(static_cast<Producer *>(user_data)).presence;
-    com_vemo_Event_Switch_Producer_undeclare_async(presence.bus, presence.object.c_str(), global_id,
-                                                   answered, ticket);
+    return undeclare_call(presence.bus, presence.object.c_str(), global_id);
 }
 
 // A local id that is declared again replaces what the switch has of it.
@@ -100,7 +99,7 @@ ProducerState::ProducerState(Producer *instance)
                 producer_lost_handler, producer_connect_again}),
       resending_(producer_try_one, instance),
       retractions_({mutex, instance, "com.vemo.Event.Switch.Producer.Undeclare",
-                    producer_tell_to_forget, producer_id_is_free}),
+                    producer_call_to_forget, producer_id_is_free}),
       held_timer_(producer_let_go, instance), former_timer_(producer_give_up_former, instance)
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));

@@ -3,8 +3,10 @@
 #include "bus/retractions.hpp"
 
 #include "platform/check.hpp"
+#include "platform/log.hpp"
 
 #include <mutex>
+#include <utility>
 
 namespace qandor {
 
@@ -17,35 +19,43 @@ void Retractions::add(guint32 id)
 {
     Ticket *ticket = tickets_.issue(this, id);
     ids_[id] = ticket->sending;
-    owner_.send(owner_.instance, id, receive_answer, ticket);
+    owner_.call(owner_.instance, id).send(receive_answer, ticket, receive_not_sent);
 }
 
-int Retractions::receive_answer(sd_bus_message *answer, void *data, sd_bus_error *)
+int Retractions::receive_answer(sd_bus_message *answer, void *ticket, sd_bus_error *)
 {
     CHECK(answer != NULL);
-    auto *ticket = static_cast<Ticket *>(data);
-    Retractions &self = *ticket->owner;
-    std::lock_guard lock(self.owner_.lock);
-    self.settle(self.tickets_.take_back(ticket),
-                AnnouncementResult::of_answer(answer, self.owner_.method));
+    auto *its = static_cast<Ticket *>(ticket);
+    settle(its, AnnouncementResult::of_answer(answer, its->owner->owner_.method));
     return 0;
 }
 
-// A call that did not reach the switch because there is none has nothing to say to the next one.
-void Retractions::settle(const Ticket &ticket, const AnnouncementResult &result)
+void Retractions::receive_not_sent(void *ticket, int error)
 {
-    auto found = ids_.find(ticket.id);
-    if (found == ids_.end() || found->second != ticket.sending)
+    auto *its = static_cast<Ticket *>(ticket);
+    settle(its, AnnouncementResult::of_failed_call(error, its->owner->owner_.method));
+}
+
+// A call that did not reach the switch because there is none has nothing to say to the next one.
+void Retractions::settle(const Ticket *ticket, const AnnouncementResult &result)
+{
+    Retractions &self = *ticket->owner;
+    std::lock_guard lock(self.owner_.lock);
+    Ticket taken = self.tickets_.take_back(ticket);
+    auto found = self.ids_.find(taken.id);
+    if (found == self.ids_.end() || found->second != taken.sending)
         return;
     if (result.outcome == AnnouncementResult::NotSent && !result.text.empty()) {
         found->second = refused;
-        timer_.start();
+        if (!std::exchange(self.told_, true))
+            log_warning("%s", result.text.c_str());
+        self.timer_.start();
         return;
     }
-    ids_.erase(found);
-    if (ids_.empty())
-        timer_.reset();
-    owner_.done(owner_.instance);
+    self.ids_.erase(found);
+    if (self.ids_.empty())
+        self.reset();
+    self.owner_.done(self.owner_.instance);
 }
 
 void Retractions::send_refused(gpointer data)
@@ -60,6 +70,12 @@ void Retractions::send_refused(gpointer data)
 void Retractions::forget()
 {
     ids_.clear();
+    reset();
+}
+
+void Retractions::reset()
+{
+    told_ = false;
     timer_.reset();
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "bus/announcement.hpp"
+#include "bus/methodcall.hpp"
 #include "bus/retrytimer.hpp"
 #include "bus/sendtickets.hpp"
 #include "platform/owners.hpp"
@@ -21,11 +22,9 @@ public:
     struct Owner {
         RecursiveMutex &lock;
         gpointer instance;
-        const char *method; // in full
-        // Sends the call for an id; the answer goes to the handler, with the ticket.
-        void (*send)(gpointer instance, guint32 id, sd_bus_message_handler_t answered,
-                     gpointer ticket);
-        void (*done)(gpointer instance); // an id is free for use again
+        const char *method;                                // in full
+        MethodCall (*call)(gpointer instance, guint32 id); // that makes the switch forget the id
+        void (*done)(gpointer instance);                   // an id is free for use again
     };
 
     explicit Retractions(const Owner &owner);
@@ -45,8 +44,10 @@ private:
     using Ticket = SendTickets<Retractions>::Ticket;
 
     static int receive_answer(sd_bus_message *answer, void *ticket, sd_bus_error *error);
+    static void receive_not_sent(void *ticket, int error);
     static void send_refused(gpointer self);
-    void settle(const Ticket &ticket, const AnnouncementResult &result);
+    void reset();
+    static void settle(const Ticket *ticket, const AnnouncementResult &result);
 
     static constexpr guint shortest_pause_msec = 250;
     static constexpr guint longest_pause_msec = 10000;
@@ -55,6 +56,7 @@ private:
     const Owner owner_;
     std::map<guint32, guint64> ids_; // with the number of the sending that is under way
     SendTickets<Retractions> tickets_;
+    bool told_ = false; // that the bus refuses
     RetryTimer timer_;
 };
 

@@ -60,6 +60,22 @@ MethodCall qandor::subscribe_call(sd_bus *bus, const char *object, const char *n
     return call;
 }
 
+MethodCall qandor::undeclare_call(sd_bus *bus, const char *object, guint32 global_id)
+{
+    MethodCall call(bus, producer_method("Undeclare"),
+                    "com_vemo_Event_Switch_Producer_undeclare_async");
+    call.append("su", object, global_id).without_starting();
+    return call;
+}
+
+MethodCall qandor::unsubscribe_call(sd_bus *bus, const char *object, guint32 token)
+{
+    MethodCall call(bus, consumer_method("Unsubscribe"),
+                    "com_vemo_Event_Switch_Consumer_unsubscribe_async");
+    call.append("su", object, token).without_starting();
+    return call;
+}
+
 void com_vemo_Event_Switch_Producer_declare_async(sd_bus *bus, const gchar *object,
                                                   const gchar *name, const guint8 *declaration,
                                                   gsize declaration_length,
@@ -79,10 +95,7 @@ void com_vemo_Event_Switch_Producer_undeclare_async(sd_bus *bus, const gchar *ob
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, producer_method("Undeclare"), __func__)
-        .append("su", object, global_id)
-        .without_starting()
-        .send(callback, userdata);
+    undeclare_call(bus, object, global_id).send(callback, userdata);
 }
 
 void com_vemo_Event_Switch_Producer_add_declaration_async(sd_bus *bus, const gchar *type,
@@ -145,10 +158,7 @@ void com_vemo_Event_Switch_Consumer_unsubscribe_async(sd_bus *bus, const gchar *
 {
     RETURN_IF_FAIL(bus != NULL);
     RETURN_IF_FAIL(object != NULL);
-    MethodCall(bus, consumer_method("Unsubscribe"), __func__)
-        .append("su", object, consumer_token)
-        .without_starting()
-        .send(callback, userdata);
+    unsubscribe_call(bus, object, consumer_token).send(callback, userdata);
 }
 
 void com_vemo_Event_Switch_Consumer_refresh_property_async(sd_bus *bus, const gchar *object,

@@ -12,5 +12,7 @@ MethodCall declare_call(sd_bus *bus, const char *object, const char *name,
                         const Bytes &declaration);
 MethodCall subscribe_call(sd_bus *bus, const char *object, const char *name, guint32 token,
                           const Bytes &expression);
+MethodCall undeclare_call(sd_bus *bus, const char *object, guint32 global_id);
+MethodCall unsubscribe_call(sd_bus *bus, const char *object, guint32 token);
 
 } // namespace qandor

@@ -39,11 +39,15 @@ struct Pair {
             producer_allocate_decl_data(producer, id, new_declaration("Device").release(), nullptr,
                                         nullptr);
             producer_send_declare(producer, id);
-            consumer_prepare_subscribe(consumer, id, new_expression("Device").get(),
-                                       G_CALLBACK(ignore_event), nullptr, nullptr,
-                                       SUBSCRIPTION_TYPE_NORMAL);
-            consumer_send_subscribe(consumer, id);
+            subscribe(id);
         }
+    }
+    void subscribe(guint32 token)
+    {
+        consumer_prepare_subscribe(consumer, token, new_expression("Device").get(),
+                                   G_CALLBACK(ignore_event), nullptr, nullptr,
+                                   SUBSCRIPTION_TYPE_NORMAL);
+        consumer_send_subscribe(consumer, token);
     }
 };
 
@@ -62,6 +66,104 @@ TEST(Resending, WhatTheBusRefusesForItsLimitsIsSentAgain)
     pair.announce(10);
     EXPECT_TRUE(wait_until([&] { return has_all(event_switch, 10); }));
     EXPECT_THAT(log.criticals(), IsEmpty());
+}
+
+void take_back_all(const Pair &pair, guint32 count)
+{
+    for (guint32 id = 1; id <= count; ++id) {
+        producer_receive_global_declare_id(pair.producer, id, 100 + id, 1);
+        producer_send_undeclare(pair.producer, producer_release_declare_id(pair.producer, id));
+        consumer_send_unsubscribe(pair.consumer,
+                                  consumer_send_unsubscribe_prepare(pair.consumer, id));
+    }
+}
+
+TEST(Resending, WhatTheBusRefusesToTakeBackIsTakenBackLater)
+{
+    PrivateBus private_bus(chosen_bus(), "<limit name='max_replies_per_connection'>2</limit>");
+    LogCapture log;
+    FakeSwitch event_switch;
+    Pair pair;
+    pair.announce(10);
+    ASSERT_TRUE(wait_until([&] { return has_all(event_switch, 10); }));
+    take_back_all(pair, 10);
+    EXPECT_TRUE(wait_until([&] {
+        return event_switch.count("Undeclare") == 10 && event_switch.count("Unsubscribe") == 10;
+    }));
+    EXPECT_THAT(log.criticals(), IsEmpty());
+}
+
+TEST(Resending, WhatCannotBeTakenBackNowIsTakenBackLater)
+{
+    PrivateBus private_bus;
+    LogCapture log;
+    FakeSwitch event_switch;
+    Pair pair;
+    pair.announce(2);
+    ASSERT_TRUE(wait_until([&] { return has_all(event_switch, 2); }));
+    BusSeam seam;
+    for (int i = 0; i < 4; ++i)
+        seam.fail("sd_bus_call_async", -ENOBUFS);
+    take_back_all(pair, 2);
+    EXPECT_TRUE(wait_until([&] {
+        return event_switch.count("Undeclare") == 2 && event_switch.count("Unsubscribe") == 2;
+    }));
+    EXPECT_THAT(log.warnings(),
+                ElementsAre("Failed to call com.vemo.Event.Switch.Producer.Undeclare: -105",
+                            "Failed to call com.vemo.Event.Switch.Consumer.Unsubscribe: -105"));
+}
+
+// Otherwise the switch would take the late Unsubscribe for one of the new subscription.
+TEST(Resending, ATokenIsUsedAgainWhenTheSwitchHasForgottenIt)
+{
+    PrivateBus private_bus;
+    LogCapture log;
+    FakeSwitch event_switch;
+    Pair pair;
+    pair.announce(1);
+    ASSERT_TRUE(wait_until([&] { return has_all(event_switch, 1); }));
+    event_switch.take();
+    BusSeam seam;
+    seam.fail("sd_bus_call_async", -ENOBUFS);
+    consumer_send_unsubscribe(pair.consumer, consumer_send_unsubscribe_prepare(pair.consumer, 1));
+    pair.subscribe(1);
+    EXPECT_TRUE(wait_until([&] { return event_switch.count("Subscribe") == 2; }));
+    std::vector<std::string> members;
+    for (const SwitchCall &call : event_switch.take())
+        members.push_back(call.member);
+    EXPECT_THAT(members, ElementsAre("Unsubscribe", "Subscribe"));
+}
+
+TEST(Resending, ASwitchThatComesIsNotToldToForgetWhatItHasNeverKnown)
+{
+    PrivateBus private_bus;
+    LogCapture log;
+    FakeSwitch event_switch;
+    Pair pair;
+    pair.announce(1);
+    ASSERT_TRUE(wait_until([&] { return has_all(event_switch, 1); }));
+    {
+        BusSeam seam;
+        for (int i = 0; i < 2; ++i)
+            seam.fail("sd_bus_call_async", -ENOBUFS);
+        take_back_all(pair, 1);
+        event_switch.leave();
+    }
+    Pair other;
+    other.announce(1);
+    event_switch.come();
+    EXPECT_TRUE(wait_until([&] { return has_all(event_switch, 2); }));
+    // What is repeated from now on comes behind what would have been repeated from before.
+    BusSeam seam;
+    for (int i = 0; i < 2; ++i)
+        seam.fail("sd_bus_call_async", -ENOBUFS);
+    take_back_all(other, 1);
+    auto is_told = [&] {
+        return event_switch.count("Undeclare") > 0 && event_switch.count("Unsubscribe") > 0;
+    };
+    EXPECT_TRUE(wait_until(is_told));
+    EXPECT_EQ(event_switch.count("Undeclare"), 1u);
+    EXPECT_EQ(event_switch.count("Unsubscribe"), 1u);
 }
 
 // How the bus starts the switch: "first" is what the first start does, and "later" the others.
