@@ -36,7 +36,8 @@ WAITING = {
     "CallFlood.*OfMonitoring": "ListProducers calls",
     "Deaf.*AConnectionThatIsTold*": "a connection that does not read 360 MB",
     "Deaf.*WhoReadsLate*": "a connection that does not read 300 MB, told in one call",
-    "Deaf.*TheDeathOfAProducer*": "death of a producer, 1,000 declarations x 2,000 subscriptions",
+    "DeafMany.*TheDeathOfAProducer*": "death of a producer, 1,000 declarations x 2,000 subscriptions",
+    "DeafMany.*NobodyWaits*": "lists of 2,000 subscriptions, each matched by 1,000 declarations",
     "Questions.*SilentProperties*": "70 properties that keep silent",
     "Questions.*AddingTypes*": "100 types added",
 }

@@ -12,9 +12,9 @@
 
 #include <cstddef>
 #include <list>
+#include <map>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 namespace qandor {
@@ -127,7 +127,7 @@ private:
     std::size_t bytes_ = 0;
     Places events_; // in the order of the queue
     Places superseded_;
-    std::unordered_map<std::string, Place> newest_states_;
+    std::map<std::string, Place> newest_states_;
 };
 
 } // namespace qandor

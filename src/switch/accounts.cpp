@@ -2,6 +2,8 @@
 
 #include "switch/accounts.hpp"
 
+#include "model/keyedhash.hpp"
+
 #include <algorithm>
 
 namespace qandor {
@@ -107,7 +109,7 @@ std::optional<std::string> Accounts::add_key_names(guint32 uid,
         const KeyName *known = KeyName::find(name);
         return known && key_names_.contains(known);
     };
-    std::unordered_set<std::string_view> added;
+    std::unordered_set<std::string_view, TextHash> added;
     for (std::string_view name : names)
         if (!is_known(name))
             added.insert(name);

@@ -2,8 +2,8 @@
 
 // Work that one call or one death makes, done in steps. The jobs of a user are done one after
 // another, a step of each user in turn, so that a long job of one user holds nobody else up. Jobs
-// of calls and jobs of names that have left are in lanes of their own: a user's calls do not wait
-// for what its dead processes leave behind.
+// of calls, of names that have left and of long lists are in lanes of their own: a user's calls do
+// not wait for what its dead processes leave behind, nor for what somebody wants to see.
 #pragma once
 
 #include <glib.h>
@@ -29,7 +29,7 @@ public:
 
 class Jobs {
 public:
-    enum class Lane { Calls, Deaths };
+    enum class Lane { Calls, Deaths, Lists };
 
     void add(guint32 uid, Lane lane, std::unique_ptr<Job> job)
     {

@@ -2,11 +2,12 @@
 
 #include "switch/monitor.hpp"
 
+#include "switch/listroom.hpp"
 #include "switch/log.hpp"
 #include "switch/request.hpp"
 #include "switch/service.hpp"
+#include "switch/subscriptionlist.hpp"
 
-#include <qandor/cpp/expressiontext.hpp>
 #include <qandor/switchbusclient.h>
 
 #include <unistd.h>
@@ -61,30 +62,6 @@ void tell_change(sd_bus *bus, const Counts &before, const Counts &now)
         log_line(LogLevel::Warning, "cannot tell that counts have changed: %s", std::strerror(-r));
 }
 
-// A stock bus takes messages of at most 32 MiB and throws out who sends a larger one. A list that
-// would be larger ends before.
-class Room {
-public:
-    // Whether a row of so many texts and ids still fits.
-    bool take(std::size_t texts, std::size_t ids)
-    {
-        std::size_t size = row + texts + ids * sizeof(guint32);
-        bool fits = size <= left_;
-        if (fits)
-            left_ -= size;
-        else
-            log_line(LogLevel::Warning, "a list is too long for the bus and is cut short");
-        return fits;
-    }
-    std::size_t taken() const { return most - left_; }
-
-private:
-    static constexpr std::size_t row = 64; // its other members
-    static constexpr std::size_t most = 30 << 20;
-
-    std::size_t left_ = most;
-};
-
 // A list as the answer to a call: rows of the types, of about so many bytes together, each appended
 // by the function when the answer goes out.
 template <class Append>
@@ -92,7 +69,7 @@ int answer_list(sd_bus_message *call, Service &service, std::size_t bytes, const
                 Append append)
 {
     service.replies.answer_later(call, bytes, [=](sd_bus_message *reply) -> gint64 {
-        Room room;
+        ListRoom room;
         int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, types);
         if (r >= 0)
             r = append(reply, room);
@@ -103,13 +80,14 @@ int answer_list(sd_bus_message *call, Service &service, std::size_t bytes, const
     return 1;
 }
 
-// Ids as the last member of a row, which is open.
-template <class Ids, class IdOf> int append_ids(sd_bus_message *reply, const Ids &ids, IdOf id_of)
+// The ids of a table by local id or token.
+template <class Table> std::vector<guint32> ids_in(const Table &table)
 {
-    int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, "u");
-    for (auto at = ids.begin(); r >= 0 && at != ids.end(); ++at)
-        r = sd_bus_message_append(reply, "u", id_of(*at));
-    return r < 0 ? r : sd_bus_message_close_container(reply);
+    std::vector<guint32> ids;
+    ids.reserve(table.size());
+    for (const auto &[key, id] : table)
+        ids.push_back(id);
+    return ids;
 }
 
 std::size_t texts_of(const Peer &peer)
@@ -130,7 +108,7 @@ int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
     const Book &book = service.book;
     std::size_t bytes = book.producers().size() * 128 + book.declarations().size() * 4;
     return answer_list(
-        call, service, bytes, "(sssuuuau)", [&book](sd_bus_message *reply, Room &room) {
+        call, service, bytes, "(sssuuuau)", [&book](sd_bus_message *reply, ListRoom &room) {
             int r = 0;
             for (const auto &[address, producer] : book.producers()) {
                 if (!room.take(texts_of(producer.peer), producer.global_ids.size()))
@@ -141,8 +119,7 @@ int list_producers(sd_bus_message *call, void *userdata, sd_bus_error *)
                 if (r >= 0)
                     r = sd_bus_message_append(reply, "u", producer.id);
                 if (r >= 0)
-                    r = append_ids(reply, producer.global_ids,
-                                   [](const auto &id) { return id.second; });
+                    r = append_ids(reply, ids_in(producer.global_ids));
                 if (r >= 0)
                     r = sd_bus_message_close_container(reply);
                 if (r < 0)
@@ -161,7 +138,7 @@ int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
     const Book &book = service.book;
     std::size_t bytes = book.consumers().size() * 128 + book.subscriptions().size() * 4;
     return answer_list(
-        call, service, bytes, "(sssuuau)", [&book](sd_bus_message *reply, Room &room) {
+        call, service, bytes, "(sssuuau)", [&book](sd_bus_message *reply, ListRoom &room) {
             int r = 0;
             for (const auto &[address, consumer] : book.consumers()) {
                 if (!room.take(texts_of(consumer.peer), consumer.subscription_ids.size()))
@@ -170,8 +147,7 @@ int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
                 if (r >= 0)
                     r = append_peer(reply, consumer.peer);
                 if (r >= 0)
-                    r = append_ids(reply, consumer.subscription_ids,
-                                   [](const auto &id) { return id.second; });
+                    r = append_ids(reply, ids_in(consumer.subscription_ids));
                 if (r >= 0)
                     r = sd_bus_message_close_container(reply);
                 if (r < 0)
@@ -181,47 +157,16 @@ int list_consumers(sd_bus_message *call, void *userdata, sd_bus_error *)
         });
 }
 
-int append_subscription(sd_bus_message *reply, const Subscription &subscription,
-                        const std::string &text, const std::vector<const Declaration *> &matching)
-{
-    const subscribe_expression *expression = subscription.record.get();
-    int r = sd_bus_message_open_container(reply, SD_BUS_TYPE_STRUCT, "ussubsau");
-    if (r >= 0)
-        r = sd_bus_message_append(reply, "ussubs", subscription.id,
-                                  subscription.consumer.name.c_str(),
-                                  subscription.consumer.object.c_str(), subscription.token,
-                                  subscribe_expression_get_clandestine(expression), text.c_str());
-    if (r >= 0)
-        r = append_ids(reply, matching,
-                       [](const Declaration *declaration) { return declaration->global_id; });
-    return r < 0 ? r : sd_bus_message_close_container(reply);
-}
-
 int list_subscriptions(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Service &service = service_of(userdata);
     Request request(call, &service);
-    if (!request.check_sender_is_trusted(see_who_listens))
+    Sender sender{};
+    if (!request.check_sender_is_trusted(see_who_listens) || !request.find_sender(sender))
         return request.refusal();
-    const Book &book = service.book;
-    std::size_t bytes = book.subscriptions().size() * 256;
-    return answer_list(
-        call, service, bytes, "(ussubsau)", [&book](sd_bus_message *reply, Room &room) {
-            int r = 0;
-            for (const auto &[id, shared] : book.subscriptions()) {
-                const Subscription &subscription = *shared;
-                const PeerAddress &consumer = subscription.consumer;
-                std::string text = to_text(expression_of(subscription.record.get()));
-                auto matching = book.find_declarations(subscription.record.get());
-                if (!room.take(consumer.name.size() + consumer.object.size() + text.size(),
-                               matching.size()))
-                    break;
-                r = append_subscription(reply, subscription, text, matching);
-                if (r < 0)
-                    break;
-            }
-            return r;
-        });
+    service.jobs.add(sender.uid, Jobs::Lane::Lists,
+                     std::make_unique<SubscriptionList>(service.book, service.replies, call));
+    return 1;
 }
 
 struct LimitRow {
@@ -259,7 +204,7 @@ int list_limits(sd_bus_message *call, void *userdata, sd_bus_error *)
     bool sees_all = sender.uid == 0 || sender.uid == geteuid();
     std::size_t bytes = service.accounts.usages().size() * 512;
     return answer_list(
-        call, service, bytes, "(ustt)", [=, &service](sd_bus_message *reply, Room &) {
+        call, service, bytes, "(ustt)", [=, &service](sd_bus_message *reply, ListRoom &) {
             int r = 0;
             for (const auto &[uid, usage] : service.accounts.usages())
                 if (r >= 0 && (sees_all || uid == sender.uid))

@@ -13,6 +13,16 @@
 
 namespace qandor::test {
 
+// The sanitizers keep freed memory for a while, so that what a process has does not tell.
+constexpr bool memory_tells()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return true;
+#endif
+}
+
 struct Footprint {
     long descriptors;
     long sources;

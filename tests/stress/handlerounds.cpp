@@ -50,16 +50,6 @@ bool has_grown(const char *what, long before, long after, long bound)
     return after - before > bound;
 }
 
-// The sanitizers keep freed memory for a while, and look for leaks themselves.
-bool memory_tells()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return false;
-#else
-    return true;
-#endif
-}
-
 bool leaves_nothing_behind(int rounds)
 {
     PrivateBus bus;

@@ -175,7 +175,9 @@ TEST_F(FloodTest, WhatAThreadSendsIsDeliveredOrToldAndTakesBoundedMemory)
     EXPECT_TRUE(wait_until([&] { return received + told_as_dropped() == count; }, 30))
         << received << " and " << told_as_dropped();
     EXPECT_GT(told_as_dropped(), 0) << "the test is to drop something";
-    EXPECT_LT(most - before, 200 * 1024) << "KiB";
+    if (memory_tells()) {
+        EXPECT_LT(most - before, 200 * 1024) << "KiB";
+    }
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 // All that the switch has in its books, as text that can be compared and read.
 #pragma once
 
+#include "stress/footprint.hpp"
+
 #include <systemd/sd-bus.h>
 
 #include <string>
@@ -17,15 +19,5 @@ std::vector<std::string> list_rows(sd_bus *bus, const char *method);
 // Every peer object, subscription and declaration, and what they use of the limits. Names of keys
 // are left out, since they are kept for ever.
 std::string take_census(sd_bus *bus);
-
-// The sanitizers keep freed memory for a while, so that what a process has does not tell.
-constexpr bool memory_tells()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return false;
-#else
-    return true;
-#endif
-}
 
 } // namespace qandor::test

@@ -105,42 +105,74 @@ TEST_F(Deaf, WhoReadsLateHasLostNothing)
     EXPECT_EQ(notified.get(), declarations);
 }
 
-// Each of the producer's declarations matches each of the consumer's subscriptions: the consumer is
-// told of the removal once for each pair.
-TEST_F(Deaf, TheDeathOfAProducerThatManySubscriptionsMatched)
-{
-    const auto declarations = static_cast<guint32>(scaled(200, 1000));
-    const auto subscriptions = static_cast<guint32>(scaled(500, 2000));
-    SharedCount removed;
-    OtherUser user(*bus, attacker, [&](OtherUser::Line &line) {
-        RawPeer producer, consumer;
-        producer.remembers = consumer.remembers = false;
-        guint64 added = 0;
-        consumer.on_call = [&](const Received &received) {
-            Owned<notification> told(notification_deserialize(array_from(received.bytes).get()));
-            if (notification_is_type_deleted(told.get()))
-                removed.add();
-            else
-                ++added;
-            return true;
+// Each declaration of one producer matches each subscription of one consumer.
+class DeafMany : public Deaf {
+protected:
+    // The consumer is told of each pair, and then the producer leaves when it is told to.
+    OtherUser::Part match_all()
+    {
+        return [this](OtherUser::Line &line) {
+            RawPeer producer, consumer;
+            producer.remembers = consumer.remembers = false;
+            guint64 added = 0;
+            consumer.on_call = [&](const Received &received) {
+                Owned<notification> told(
+                    notification_deserialize(array_from(received.bytes).get()));
+                if (notification_is_type_deleted(told.get()))
+                    removed.add();
+                else
+                    ++added;
+                return true;
+            };
+            for (guint32 token = 1; token <= subscriptions; ++token)
+                consumer.call("Consumer.Subscribe", "/c", "many", token,
+                              Octets{expression_bytes("Many")});
+            for (guint32 id = 1; id <= declarations; ++id) {
+                producer.tell("Producer.Declare", "/p", "many",
+                              Octets{declaration_bytes("Many", id)});
+                guint64 told = static_cast<guint64>(id) * subscriptions;
+                run_until([&] { return added == told; }, 60);
+            }
+            producer.take();
+            line.say("matched");
+            run_until([&] { return leaves.get() > 0; }, 600);
+            producer.leave();
+            run_until([&] { return line.is_over(); }, 600);
         };
-        for (guint32 token = 1; token <= subscriptions; ++token)
-            consumer.call("Consumer.Subscribe", "/c", "many", token,
-                          Octets{expression_bytes("Many")});
-        for (guint32 id = 1; id <= declarations; ++id) {
-            producer.tell("Producer.Declare", "/p", "many", Octets{declaration_bytes("Many", id)});
-            guint64 told = static_cast<guint64>(id) * subscriptions;
-            run_until([&] { return added == told; }, 60);
-        }
-        producer.take();
-        line.say("deaf");
-        producer.leave();
-        run_until([&] { return line.is_over(); }, 600);
-    });
-    ASSERT_TRUE(user.says("deaf", 600));
+    }
+
+    const guint32 declarations = static_cast<guint32>(scaled(200, 1000));
+    const guint32 subscriptions = static_cast<guint32>(scaled(500, 2000));
+    SharedCount leaves, removed;
+};
+
+// The consumer is told of the removal once for each pair.
+TEST_F(DeafMany, TheDeathOfAProducerThatManySubscriptionsMatched)
+{
+    OtherUser user(*bus, attacker, match_all());
+    ASSERT_TRUE(user.says("matched", 600));
     DailyLife life(*bus);
+    leaves.add();
     bool told = removed.reaches(static_cast<guint64>(declarations) * subscriptions, 120);
     EXPECT_TRUE(told) << removed.get();
+    EXPECT_TRUE(life.goes_on());
+    expect_served(life);
+    expect_memory_bounded();
+}
+
+// Each row of the list has the ids of all declarations.
+TEST_F(DeafMany, NobodyWaitsForTheListOfAllSubscriptions)
+{
+    OtherUser user(*bus, attacker, match_all());
+    ASSERT_TRUE(user.says("matched", 600));
+    RawPeer onlooker;
+    DailyLife life(*bus);
+    for (int i = 0; i < 5; ++i) {
+        gint64 begin = g_get_monotonic_time();
+        EXPECT_GE(list_rows(onlooker.bus(), "ListSubscriptions").size(), subscriptions);
+        tell_figure("a list takes", static_cast<double>(g_get_monotonic_time() - begin) / 1000,
+                    "ms");
+    }
     EXPECT_TRUE(life.goes_on());
     expect_served(life);
     expect_memory_bounded();
