@@ -2,6 +2,7 @@
 
 #include "cli/switchbus.hpp"
 
+#include "bus/askingbus.hpp"
 #include "cli/buserror.hpp"
 
 #include <cstring>
@@ -49,10 +50,16 @@ SwitchBus::SwitchBus()
     bus_.reset(made);
 }
 
+sd_bus *SwitchBus::asking_bus() const
+{
+    handle_queued(bus_.get());
+    return bus_.get();
+}
+
 std::optional<BusPeer> SwitchBus::owner() const
 {
     sd_bus_creds *made = nullptr;
-    int r = sd_bus_get_name_creds(bus_.get(), DBUS_SERVICE_SWITCH,
+    int r = sd_bus_get_name_creds(asking_bus(), DBUS_SERVICE_SWITCH,
                                   SD_BUS_CREDS_UNIQUE_NAME | SD_BUS_CREDS_PID | SD_BUS_CREDS_EUID |
                                       SD_BUS_CREDS_COMM | SD_BUS_CREDS_AUGMENT,
                                   &made);
@@ -72,7 +79,7 @@ void SwitchBus::require_switch() const
         return;
     BusError error;
     sd_bus_message *made = nullptr;
-    int r = sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+    int r = sd_bus_call_method(asking_bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                "org.freedesktop.DBus", "StartServiceByName", error.get(), &made,
                                "su", DBUS_SERVICE_SWITCH, 0);
     Message reply(made);
@@ -95,7 +102,7 @@ Message SwitchBus::call(const Message &call) const
 {
     BusError error;
     sd_bus_message *made = nullptr;
-    int r = sd_bus_call(bus_.get(), call.get(), timeout_usec, error.get(), &made);
+    int r = sd_bus_call(asking_bus(), call.get(), timeout_usec, error.get(), &made);
     Message reply(made);
     if (r < 0)
         error.fail(std::string("The switch refuses ") + sd_bus_message_get_member(call.get()), r);
@@ -106,7 +113,7 @@ guint32 SwitchBus::count(const char *property) const
 {
     BusError error;
     guint32 count = 0;
-    int r = sd_bus_get_property_trivial(bus_.get(), DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
+    int r = sd_bus_get_property_trivial(asking_bus(), DBUS_SERVICE_SWITCH, DBUS_OBJECT_SWITCH,
                                         monitor_interface, property, error.get(), 'u', &count);
     if (r < 0)
         error.fail(std::string("The switch does not tell ") + property, r);

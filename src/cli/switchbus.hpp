@@ -52,6 +52,8 @@ public:
 
 private:
     std::vector<Declaration> list(const char *member) const;
+    // The connection, ready for a call that waits.
+    sd_bus *asking_bus() const;
 
     Bus bus_;
 };

@@ -2,6 +2,7 @@
 
 // The Query type: a connection, and the two questions that are asked over it.
 
+#include "bus/askingbus.hpp"
 #include "bus/servercall.hpp"
 #include "platform/check.hpp"
 #include "platform/log.hpp"
@@ -36,6 +37,7 @@ public:
 private:
     bool connect();
     bool has_ended() const;
+    void read_what_came();
 
     sd_bus *bus_ = nullptr;
     GSource *source_ = nullptr;
@@ -73,8 +75,19 @@ bool QueryState::has_ended() const
            (poll(&descriptor, 1, 0) > 0 && descriptor.revents != 0);
 }
 
+// Where the main context runs on another thread, that thread does it.
+void QueryState::read_what_came()
+{
+    if (!g_main_context_acquire(nullptr))
+        return;
+    handle_queued(bus_);
+    g_main_context_release(nullptr);
+}
+
 sd_bus *QueryState::working_bus()
 {
+    if (bus_)
+        read_what_came();
     if (bus_ && has_ended())
         disconnect();
     if (!bus_ && is_set_up_)

@@ -10,6 +10,8 @@
 
 #include "platform/owners.hpp"
 
+#include <qandor/query.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -306,6 +308,27 @@ TEST_F(QueryTest, AHandleHasOneConnectionUntilItIsFreed)
     EXPECT_TRUE(wait_until([&] { return onlooker.count_connections() == 4; }));
     event_query_free(other);
     EXPECT_TRUE(wait_until([&] { return onlooker.count_connections() == 3; }));
+}
+
+// The switch sends a name no more when it does not show that it reads.
+TEST_F(QueryTest, AProgramThatOnlyAsksIsAnsweredForEver)
+{
+    constexpr int count = 40, rounds = 40;
+    for (int i = 0; i < count; ++i) {
+        Owned<event_declaration> declaration(event_declaration_new(FALSE));
+        event_declaration_add_key_value(declaration.get(), "topic0",
+                                        std::string(50000, 'a').c_str(), VALUE_TYPE_STRING);
+        event_declaration_add_key_value(declaration.get(), "number", std::to_string(i).c_str(),
+                                        VALUE_TYPE_STRING);
+        declare(declaration);
+    }
+    Query *asking = query_new();
+    query_init_dbus(asking);
+    // The main context does not run: 80 MB are sent.
+    for (int round = 0; round < rounds && !HasFailure(); ++round)
+        EXPECT_EQ(take_declarations(query_send_get_declarations(asking)).size(),
+                  std::size_t(count));
+    g_object_unref(asking);
 }
 
 } // namespace

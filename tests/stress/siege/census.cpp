@@ -67,6 +67,9 @@ std::string read_any(sd_bus_message *message)
 
 std::vector<std::string> list_rows(sd_bus *bus, const char *method)
 {
+    // The switch asks whether former lists have been read.
+    while (sd_bus_process(bus, nullptr) > 0) {
+    }
     BusMessageOwner reply = call(bus, "com.vemo.Event.Switch.Monitor", method);
     const char *content = nullptr;
     sd_bus_message_peek_type(reply.get(), nullptr, &content);
