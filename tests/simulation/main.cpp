@@ -5,6 +5,7 @@
 //     simulation --seeds 2000          seeds 1 to 2000
 //     simulation --first 5001 --seeds 100
 //     simulation --seed 77             one alone, with all that happens in it
+//     simulation --finds 1000          succeeds when one of so many seeds fails, and stops there
 
 #include "simulation/scenario.hpp"
 
@@ -29,6 +30,7 @@ struct Settings {
     std::uint64_t count = 100;
     bool traces = false;
     std::size_t jobs = 2;
+    bool is_to_find = false; // a defect
     Faults faults{};
 };
 
@@ -71,21 +73,23 @@ public:
 
     int run()
     {
-        for (std::uint64_t seed = settings_.first; seed < settings_.first + settings_.count;
-             ++seed) {
+        std::uint64_t end = settings_.first + settings_.count;
+        for (std::uint64_t seed = settings_.first; seed < end && !has_found(); ++seed) {
             if (running_.size() == settings_.jobs)
                 wait_for_one();
             begin(seed);
         }
         while (!running_.empty())
             wait_for_one();
-        std::printf("%" PRIu64 " passed, %" PRIu64 " failed\n", settings_.count - failed_, failed_);
-        return failed_ == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+        std::printf("%" PRIu64 " passed, %" PRIu64 " failed\n", lived_ - failed_, failed_);
+        return (failed_ > 0) == settings_.is_to_find ? EXIT_SUCCESS : EXIT_FAILURE;
     }
 
 private:
+    bool has_found() const { return settings_.is_to_find && failed_ > 0; }
     void begin(std::uint64_t seed)
     {
+        ++lived_;
         pid_t process = fork();
         if (process == 0)
             _exit(live(seed, settings_.traces, settings_.faults));
@@ -103,6 +107,7 @@ private:
 
     const Settings &settings_;
     std::map<pid_t, std::uint64_t> running_;
+    std::uint64_t lived_ = 0;
     std::uint64_t failed_ = 0;
 };
 
@@ -119,6 +124,8 @@ bool read_settings(int count, char **arguments, Settings &settings)
             settings.jobs = number;
         else if (option == "--seed")
             settings.first = number, settings.count = 1, settings.traces = true;
+        else if (option == "--finds")
+            settings.count = number, settings.is_to_find = true;
         else if (option == "--cuts")
             settings.faults.connections_break = number != 0;
         else if (option == "--kills")
