@@ -37,8 +37,8 @@ int CountWatch::end_of_pause(sd_event_source *, uint64_t, void *data)
 {
     auto &self = *static_cast<CountWatch *>(data);
     self.pause_.reset();
-    Counts now = self.count_();
-    self.tell_(std::exchange(self.told_, now), now);
+    self.told_ = self.count_();
+    self.tell_();
     return 0;
 }
 

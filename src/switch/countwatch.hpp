@@ -20,7 +20,7 @@ struct Counts {
 class CountWatch {
 public:
     using Count = std::function<Counts()>;
-    using Tell = std::function<void(const Counts &before, const Counts &now)>;
+    using Tell = std::function<void()>;
 
     // Tells at most once in a pause, with what has come of a burst.
     CountWatch(Count count, guint64 pause_usec, Tell tell)

@@ -27,39 +27,14 @@ Service &service_of(void *userdata)
     return *static_cast<Service *>(userdata);
 }
 
-struct Property {
-    const char *name;
-    std::size_t Counts::*count;
-};
-constexpr Property properties[] = {
-    {"Producers", &Counts::producers},
-    {"Consumers", &Counts::consumers},
-    {"Declarations", &Counts::declarations},
-    {"Subscriptions", &Counts::subscriptions},
-};
-
 int get_count(sd_bus *, const char *, const char *, const char *property, sd_bus_message *reply,
               void *userdata, sd_bus_error *)
 {
     Counts counts = service_of(userdata).counts();
-    for (const Property &one : properties)
+    for (const CountProperty &one : count_properties)
         if (g_str_equal(property, one.name))
             return sd_bus_message_append(reply, "u", static_cast<guint32>(counts.*one.count));
     return -ENOENT;
-}
-
-void tell_change(sd_bus *bus, const Counts &before, const Counts &now)
-{
-    std::vector<char *> changed;
-    for (const Property &one : properties)
-        if (before.*one.count != now.*one.count)
-            changed.push_back(const_cast<char *>(one.name));
-    if (changed.empty())
-        return;
-    changed.push_back(nullptr);
-    int r = sd_bus_emit_properties_changed_strv(bus, DBUS_OBJECT_SWITCH, interface, changed.data());
-    if (r < 0)
-        log_line(LogLevel::Warning, "cannot tell that counts have changed: %s", std::strerror(-r));
 }
 
 // A list as the answer to a call: rows of the types, of about so many bytes together, each appended
@@ -234,20 +209,22 @@ const sd_bus_vtable vtable[] = {
 } // namespace
 
 Monitor::Monitor(Service &service)
-    : service_(service), watch_([&service] { return service.counts(); }, telling_usec,
-                                [&service](const Counts &before, const Counts &now) {
-                                    tell_change(service.bus, before, now);
-                                })
+    : service_(service), listeners_(service.bus, service.outbox, {DBUS_OBJECT_SWITCH, interface},
+                                    [&service] { return service.counts(); }),
+      watch_([&service] { return service.counts(); }, telling_usec, [this] { listeners_.tell(); })
 {
 }
 
 int Monitor::serve()
 {
     service_.methods.add({DBUS_OBJECT_SWITCH, interface, vtable});
-    // sd-bus tells of changes of what it knows.
-    int r = sd_bus_add_object_vtable(service_.bus, nullptr, DBUS_OBJECT_SWITCH, interface, vtable,
-                                     &service_);
-    return r < 0 ? r : watch_.begin(sd_bus_get_event(service_.bus));
+    return watch_.begin(sd_bus_get_event(service_.bus));
+}
+
+void Monitor::note_reader(const char *read_interface, const char *name)
+{
+    if (g_str_equal(read_interface, interface))
+        listeners_.add(name);
 }
 
 } // namespace qandor

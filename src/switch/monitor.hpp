@@ -5,6 +5,7 @@
 // the switch's own user alone.
 #pragma once
 
+#include "switch/countlisteners.hpp"
 #include "switch/countwatch.hpp"
 
 namespace qandor {
@@ -18,8 +19,13 @@ public:
     // Serves the interface. A negative errno on failure.
     int serve();
 
+    // The name has read properties of the interface: it is told when they change.
+    void note_reader(const char *interface, const char *name);
+    void forget(const std::string &name) { listeners_.forget(name); }
+
 private:
     Service &service_;
+    CountListeners listeners_;
     CountWatch watch_;
 };
 

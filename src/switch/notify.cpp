@@ -38,9 +38,8 @@ void warn_when_failed(int r, const char *what)
 } // namespace
 
 Notifier::Notifier(sd_event *event, CountWatch::Count count)
-    : event_(event), count_(count),
-      watch_(std::move(count), pause_usec, [](const Counts &, const Counts &now) {
-          sd_notifyf(0, "STATUS=%s", status_of(now).c_str());
+    : event_(event), count_(count), watch_(std::move(count), pause_usec, [this] {
+          sd_notifyf(0, "STATUS=%s", status_of(count_()).c_str());
       })
 {
 }

@@ -148,6 +148,7 @@ void Service::forget(const std::string &name)
     outbox.forget(name);
     book.forget_peer(name);
     questions.forget_peer(name);
+    monitor.forget(name);
 }
 
 // A name that reads nothing is still there: it may call again, as if it were new.
@@ -158,6 +159,7 @@ void Service::drop_lost()
         outbox.clear(name);
         book.forget_peer(name);
         questions.forget_peer(name);
+        monitor.forget(name);
     }
 }
 

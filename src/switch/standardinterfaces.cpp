@@ -56,6 +56,7 @@ int get_property(sd_bus_message *call, void *userdata, sd_bus_error *)
         request.refuse(SD_BUS_ERROR_UNKNOWN_PROPERTY, std::string("Unknown property ") + name);
         return request.refusal();
     }
+    request.service().monitor.note_reader(interface, sd_bus_message_get_sender(call));
     return request.answer_with(
         [&](sd_bus_message *reply) { return append_value(reply, property, request.service()); });
 }
@@ -80,8 +81,9 @@ int append_all(sd_bus_message *reply, const std::vector<const sd_bus_vtable *> &
 int get_all_properties(sd_bus_message *call, void *userdata, sd_bus_error *)
 {
     Request request(call, userdata);
-    auto found =
-        request.service().methods.properties(sd_bus_message_get_path(call), request.read_text());
+    const char *interface = request.read_text();
+    auto found = request.service().methods.properties(sd_bus_message_get_path(call), interface);
+    request.service().monitor.note_reader(interface, sd_bus_message_get_sender(call));
     return request.answer_with(
         [&](sd_bus_message *reply) { return append_all(reply, found, request.service()); });
 }

@@ -271,6 +271,24 @@ TEST_F(MonitorTest, CountsSayWhenTheyChange)
     EXPECT_EQ(told.count("Declarations") ? told["Declarations"] : 1u, 1u);
 }
 
+TEST_F(MonitorTest, ChangesAreToldToThoseAloneWhoHaveReadACount)
+{
+    RawPeer reader, stranger;
+    unsigned told_reader = 0, told_stranger = 0;
+    auto note = [](sd_bus_message *, void *told, sd_bus_error *) {
+        ++*static_cast<unsigned *>(told);
+        return 0;
+    };
+    for (auto [peer, told] : {std::pair(&reader, &told_reader), {&stranger, &told_stranger}})
+        sd_bus_match_signal(peer->bus(), nullptr, nullptr, "/com/vemo/Event/Switch",
+                            "org.freedesktop.DBus.Properties", "PropertiesChanged", note, told);
+    count_of(reader.bus(), "Producers");
+    consumer.call("Consumer.Disconnect", "/c");
+    EXPECT_TRUE(run_until([&] { return told_reader > 0; }));
+    stranger.take();
+    EXPECT_EQ(told_stranger, 0u);
+}
+
 // The error of a call to the switch, "" for none.
 std::string error_of(RawPeer &peer, const char *interface, const char *member, const char *types,
                      const char *first = "", const char *second = "")
