@@ -117,6 +117,7 @@ void read(ByteReader &in, PlainKeyValue &record)
     record.negated = static_cast<int>(in.u8());
     record.value_type = static_cast<int>(in.u8());
     record.tags = in.tags();
+    record.settable = record.value_wildcard != 0;
 }
 
 void write(ByteWriter &out, const PlainBuckets &buckets)

@@ -26,14 +26,37 @@ std::vector<std::string> RandomRecords::tags()
     std::vector<std::string> tags;
     if (number(3) == 0)
         for (unsigned left = number(4); left > 0; --left)
-            tags.push_back(word("stu"));
+            tags.push_back(tag());
     return tags;
+}
+
+std::string RandomRecords::key()
+{
+    if (one_in(8))
+        return "key" + text();
+    unsigned which = number(keys_);
+    return which < 4 ? std::string(1, "abcd"[which]) : "k" + std::to_string(which);
+}
+
+std::string RandomRecords::value()
+{
+    return one_in(8) ? text() : std::to_string(number(values_));
+}
+
+std::string RandomRecords::name_space()
+{
+    return number(4) ? "" : word("mn");
+}
+
+std::string RandomRecords::tag()
+{
+    return word("stu");
 }
 
 PlainKeyValue RandomRecords::key_value(bool expression)
 {
     PlainKeyValue record;
-    record.name_space = number(4) ? "" : word("mn");
+    record.name_space = name_space();
     record.key_nice_name = text();
     record.value_nice_name = text();
     record.value_user_string = text();
@@ -43,10 +66,11 @@ PlainKeyValue RandomRecords::key_value(bool expression)
     record.tags = tags();
     record.value_wildcard = number(4) == 0;
     record.key_wildcard = expression && !record.value_wildcard && number(4) == 0;
+    record.settable = record.value_wildcard != 0;
     if (!record.key_wildcard)
-        record.key = number(8) ? word("abcd") : "key" + text();
+        record.key = key();
     if (!record.value_wildcard)
-        record.value = number(8) ? word("012") : text();
+        record.value = value();
     return record;
 }
 
@@ -59,7 +83,7 @@ PlainInspectable RandomRecords::inspectable(int type)
     content.internal = static_cast<int>(number(2));
     content.and_lists.resize(is_expression ? 1 + number(3) : 1);
     for (PlainAndList &list : content.and_lists) {
-        for (unsigned left = number(6); left > 0; --left) {
+        for (unsigned left = number(most_ + 1); left > 0; --left) {
             PlainKeyValue record = key_value(is_expression);
             auto &bucket =
                 record.key_wildcard ? list.wildcards[record.value] : list.keyed[record.key];
@@ -72,16 +96,22 @@ PlainInspectable RandomRecords::inspectable(int type)
     return content;
 }
 
+// Never empty.
+std::string RandomRecords::user_data()
+{
+    return std::string("a\0b", 3) + text();
+}
+
 PlainEvent RandomRecords::event()
 {
     PlainEvent record;
     record.content = inspectable(1);
-    record.user_data = number(2) ? "" : std::string("a\0b", 3) + text();
-    record.seconds = static_cast<std::int32_t>(engine_());
-    record.microseconds = static_cast<std::int32_t>(engine_());
-    record.global_id = static_cast<std::uint32_t>(engine_());
-    record.local_id = static_cast<std::uint32_t>(engine_());
-    record.producer_id = static_cast<std::uint32_t>(engine_());
+    record.user_data = number(2) ? "" : user_data();
+    record.seconds = static_cast<std::int32_t>(id());
+    record.microseconds = static_cast<std::int32_t>(id());
+    record.global_id = id();
+    record.local_id = id();
+    record.producer_id = id();
     record.property = static_cast<int>(number(2));
     return record;
 }
@@ -90,12 +120,12 @@ PlainDeclaration RandomRecords::declaration()
 {
     PlainDeclaration record;
     record.content = inspectable(0);
-    record.producer_id = static_cast<std::uint32_t>(engine_());
-    record.local_id = static_cast<std::uint32_t>(engine_());
-    record.global_id = static_cast<std::uint32_t>(engine_());
+    record.producer_id = id();
+    record.local_id = id();
+    record.global_id = id();
     record.property = static_cast<int>(number(2));
-    record.callback = static_cast<std::uint32_t>(engine_());
-    record.callback_data = static_cast<std::uint32_t>(engine_());
+    record.callback = id();
+    record.callback_data = id();
     return record;
 }
 
@@ -103,10 +133,10 @@ PlainExpression RandomRecords::expression()
 {
     PlainExpression record;
     record.content = inspectable(2);
-    record.id = static_cast<std::uint32_t>(engine_());
+    record.id = id();
     record.dbus_service = text();
     record.dbus_object = text();
-    record.consumer_token = static_cast<std::uint32_t>(engine_());
+    record.consumer_token = id();
     record.clandestine = static_cast<int>(number(2));
     return record;
 }
@@ -119,11 +149,11 @@ PlainState RandomRecords::state()
 PlainNotification RandomRecords::notification()
 {
     PlainNotification record;
-    record.user_data = number(2) ? "" : std::string("\0", 1) + text();
-    record.seconds = static_cast<std::int32_t>(engine_());
-    record.microseconds = static_cast<std::int32_t>(engine_());
-    record.subscription_id = static_cast<std::uint32_t>(engine_());
-    record.declaration_id = static_cast<std::uint32_t>(engine_());
+    record.user_data = number(2) ? "" : user_data();
+    record.seconds = static_cast<std::int32_t>(id());
+    record.microseconds = static_cast<std::int32_t>(id());
+    record.subscription_id = id();
+    record.declaration_id = id();
     record.removed = static_cast<int>(number(2));
     record.expression = expression();
     record.declaration = declaration();

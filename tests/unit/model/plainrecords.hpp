@@ -8,10 +8,10 @@
 #include "platform/xmlnode.hpp"
 
 #include <cstdint>
-#include <map>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qandor::test {
@@ -29,12 +29,35 @@ struct PlainKeyValue {
     int negated = 0;
     int value_type = 4;
     std::vector<std::string> tags;
+    bool settable = false; // was open when it was made; is not written
 
-    bool operator==(const PlainKeyValue &) const = default;
+    // Everything that is written.
+    bool operator==(const PlainKeyValue &other) const;
 };
 
-// The order of the buckets says nothing, the order inside of one does.
-using PlainBuckets = std::map<std::string, std::vector<PlainKeyValue>>;
+using PlainBucket = std::vector<PlainKeyValue>;
+
+// Buckets by their key (by their value), in the order in which those came. That order says nothing,
+// the order inside of a bucket does.
+class PlainBuckets {
+public:
+    using Named = std::pair<std::string, PlainBucket>;
+
+    // Made when there is none.
+    PlainBucket &operator[](const std::string &name);
+    const PlainBucket *find(const std::string &name) const;
+    bool operator==(const PlainBuckets &other) const;
+
+    bool empty() const { return buckets_.empty(); }
+    std::size_t size() const { return buckets_.size(); }
+    auto begin() { return buckets_.begin(); }
+    auto end() { return buckets_.end(); }
+    auto begin() const { return buckets_.begin(); }
+    auto end() const { return buckets_.end(); }
+
+private:
+    std::vector<Named> buckets_;
+};
 
 struct PlainAndList {
     PlainBuckets keyed;
@@ -126,14 +149,36 @@ std::string to_xml(const PlainInspectable &content, const std::string &root);
 PlainInspectable from_xml(const xmlnode *node, const std::string &root, int type);
 
 // What a copy and what reading from XML make of a record: equal tags of a key are one.
+std::vector<std::string> distinct(const std::vector<std::string> &tags);
 PlainInspectable with_distinct_tags(PlainInspectable content);
+
+// Whether two are the same: neither the order of tags, nor of key-values in a bucket, nor of
+// and-lists says anything.
+bool are_equal(const PlainKeyValue &one, PlainKeyValue other);
+bool are_equal(const PlainInspectable &one, const PlainInspectable &other);
 
 // Random records over a small alphabet, so that keys and values meet often.
 class RandomRecords {
 public:
     explicit RandomRecords(unsigned seed) : engine_(seed) {}
 
+    // A larger alphabet, and up to so many key-values in an and-list.
+    void widen(unsigned keys, unsigned values, unsigned most)
+    {
+        keys_ = keys;
+        values_ = values;
+        most_ = most;
+    }
+
     unsigned number(unsigned limit) { return static_cast<unsigned>(engine_() % limit); }
+    bool one_in(unsigned count) { return number(count) == 0; }
+    std::uint32_t id() { return static_cast<std::uint32_t>(engine_()); }
+    std::string key();
+    std::string value();
+    std::string name_space();
+    std::string tag();
+    std::string text();
+    std::string user_data();
 
     PlainKeyValue key_value(bool expression);
     PlainInspectable inspectable(int type);
@@ -144,11 +189,11 @@ public:
     PlainNotification notification();
 
 private:
-    std::string text();
     std::string word(const char *letters);
     std::vector<std::string> tags();
 
     std::mt19937 engine_;
+    unsigned keys_ = 4, values_ = 3, most_ = 5;
 };
 
 } // namespace qandor::test

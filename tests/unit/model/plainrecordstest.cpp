@@ -192,44 +192,6 @@ TEST(PlainRecords, XmlThatTheLibraryWritesIsReadByTheSecondImplementation)
     }
 }
 
-bool are_equal_in_any_order(const std::vector<std::string> &one, std::vector<std::string> other)
-{
-    return std::is_permutation(one.begin(), one.end(), other.begin(), other.end());
-}
-
-bool are_equal(const PlainKeyValue &one, PlainKeyValue other)
-{
-    if (!are_equal_in_any_order(one.tags, other.tags))
-        return false;
-    other.tags = one.tags;
-    return one == other;
-}
-
-bool are_equal(const PlainBuckets &one, const PlainBuckets &other)
-{
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](const auto &bucket1, const auto &bucket2) {
-                          return bucket1.first == bucket2.first &&
-                                 std::is_permutation(
-                                     bucket1.second.begin(), bucket1.second.end(),
-                                     bucket2.second.begin(), bucket2.second.end(),
-                                     [](const PlainKeyValue &x, const PlainKeyValue &y) {
-                                         return are_equal(x, y);
-                                     });
-                      });
-}
-
-bool are_equal(const PlainInspectable &one, const PlainInspectable &other)
-{
-    return one.type == other.type && one.internal == other.internal &&
-           are_equal_in_any_order(one.tags, other.tags) &&
-           std::is_permutation(
-               one.and_lists.begin(), one.and_lists.end(), other.and_lists.begin(),
-               other.and_lists.end(), [](const PlainAndList &x, const PlainAndList &y) {
-                   return are_equal(x.keyed, y.keyed) && are_equal(x.wildcards, y.wildcards);
-               });
-}
-
 // Some small change that may or may not make a difference.
 void disturb(PlainInspectable &record, RandomRecords &random)
 {

@@ -4,7 +4,7 @@
 
 #include "unit/model/plainrecords.hpp"
 
-#include <algorithm>
+#include <map>
 
 namespace qandor::test {
 namespace {
@@ -96,6 +96,7 @@ PlainKeyValue key_value_of(const xmlnode *node)
     record.value_nice_name = value_of(node, "value-nice-name");
     record.value_user_string = value_of(node, "value-user-string");
     record.value_wildcard = value_of(node, "value-wildcard") == "true";
+    record.settable = record.value_wildcard;
     record.negated = value_of(node, "not") == "true";
     for (const auto &[type, name] : type_names)
         if (value_of(node, "value-type") == name)
@@ -118,15 +119,6 @@ PlainAndList and_list_of(const xmlnode *expression)
             list.keyed[record.key].push_back(record);
     }
     return list;
-}
-
-std::vector<std::string> distinct(const std::vector<std::string> &tags)
-{
-    std::vector<std::string> result;
-    for (const std::string &tag : tags)
-        if (std::find(result.begin(), result.end(), tag) == result.end())
-            result.push_back(tag);
-    return result;
 }
 
 } // namespace
@@ -154,16 +146,6 @@ PlainInspectable from_xml(const xmlnode *node, const std::string &root, int type
         else
             content.and_lists.push_back(and_list_of(child));
     }
-    return content;
-}
-
-PlainInspectable with_distinct_tags(PlainInspectable content)
-{
-    for (PlainAndList &list : content.and_lists)
-        for (PlainBuckets *buckets : {&list.keyed, &list.wildcards})
-            for (auto &[name, bucket] : *buckets)
-                for (PlainKeyValue &record : bucket)
-                    record.tags = distinct(record.tags);
     return content;
 }
 
