@@ -169,6 +169,8 @@ void read(ByteReader &in, PlainInspectable &record)
         read(in, list.wildcards, true);
     }
     record.tags = in.tags();
+    constexpr int event_declaration = 0;
+    record.has_positions = record.type != event_declaration;
 }
 
 void write(ByteWriter &out, const PlainEvent &record)

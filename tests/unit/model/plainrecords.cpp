@@ -5,6 +5,7 @@
 #include "unit/model/plainrecords.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <tuple>
 
 namespace qandor::test {
@@ -37,6 +38,12 @@ bool are_equal(const PlainBuckets &one, const PlainBuckets &other)
 bool PlainKeyValue::operator==(const PlainKeyValue &other) const
 {
     return written_fields(*this) == written_fields(other);
+}
+
+bool PlainInspectable::operator==(const PlainInspectable &other) const
+{
+    return std::tie(type, internal, and_lists, tags) ==
+           std::tie(other.type, other.internal, other.and_lists, other.tags);
 }
 
 PlainBucket &PlainBuckets::operator[](const std::string &name)
@@ -91,11 +98,10 @@ bool are_equal(const PlainInspectable &one, const PlainInspectable &other)
 {
     return one.type == other.type && one.internal == other.internal &&
            are_permuted(one.tags, other.tags, std::equal_to<>()) &&
-           are_permuted(one.and_lists, other.and_lists,
-                        [](const PlainAndList &x, const PlainAndList &y) {
-                            return are_equal(x.keyed, y.keyed) &&
-                                   are_equal(x.wildcards, y.wildcards);
-                        });
+           are_permuted(
+               one.and_lists, other.and_lists, [](const PlainAndList &x, const PlainAndList &y) {
+                   return are_equal(x.keyed, y.keyed) && are_equal(x.wildcards, y.wildcards);
+               });
 }
 
 } // namespace qandor::test

@@ -71,8 +71,11 @@ struct PlainInspectable {
     int internal = 0;
     std::vector<PlainAndList> and_lists{1};
     std::vector<std::string> tags;
+    // Not written: a declaration that was read has no positions until a key is added.
+    bool has_positions = true;
 
-    bool operator==(const PlainInspectable &) const = default;
+    // Everything that is written.
+    bool operator==(const PlainInspectable &other) const;
 };
 
 struct PlainEvent {
