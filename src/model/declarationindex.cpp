@@ -72,6 +72,8 @@ public:
 
     // How many declarations there are to take, one that is in several places with each.
     std::size_t count() const { return count_; }
+    void note_steps(std::size_t steps) { steps_ += steps; }
+    std::size_t steps() const { return steps_; }
 
 private:
     struct Place {
@@ -85,6 +87,7 @@ private:
 
     std::vector<Place> places_;
     std::size_t count_ = 0;
+    std::size_t steps_ = 0;
 };
 
 namespace {
@@ -311,7 +314,9 @@ bool DeclarationIndex::add_places_for(const AndList &alternative, Places &places
 {
     Places best, its;
     bool has_best = false;
+    places.note_steps(1);
     for (Bucket conditions : alternative.keyed()) {
+        places.note_steps(conditions.count());
         if (!is_positive(conditions))
             continue;
         its.consider(*this, conditions);
@@ -333,7 +338,7 @@ bool DeclarationIndex::find_places(const inspectable &expression, Places &places
     return places.count() < declaration_count_;
 }
 
-void DeclarationIndex::find_candidates(const inspectable &expression, Matches &matches) const
+std::size_t DeclarationIndex::find_candidates(const inspectable &expression, Matches &matches) const
 {
     matches.clear();
     Places places;
@@ -341,8 +346,10 @@ void DeclarationIndex::find_candidates(const inspectable &expression, Matches &m
         places.take(matches);
     else
         take_all(matches);
+    places.note_steps(matches.size());
     sort_matches(matches);
     give_back_room(matches);
+    return places.steps();
 }
 
 void DeclarationIndex::find(const inspectable &expression, Matches &matches) const

@@ -44,8 +44,9 @@ public:
     static std::size_t most_memory_for(const inspectable &declaration);
 
     // The same without having asked the matcher: some of them may not satisfy it. Never more than
-    // there are declarations.
-    void find_candidates(const inspectable &expression, Matches &matches) const;
+    // there are declarations. Returns its steps: how many conditions, places and declarations it
+    // has looked at.
+    std::size_t find_candidates(const inspectable &expression, Matches &matches) const;
 
     // How many records of its own it holds.
     std::size_t record_count() const { return records_.size(); }

@@ -11,6 +11,9 @@
 // condition it stands for, never more. Where the nodes say all that an alternative of simple
 // conditions wants, and the container is simple too, there is nothing left to check.
 //
+// A search takes at most twice the steps of looking at each alternative of each expression. It goes
+// down once for each and-list of the container: events and declarations have one.
+//
 // Several threads may search at once. Adding and removing are nobody else's business meanwhile.
 #pragma once
 
@@ -50,10 +53,11 @@ public:
     void clear();
 
     // Puts into matches those expressions that the container satisfies, in the order of addition.
-    void find(const inspectable &container, Matches &matches) const;
+    // Returns its steps: how many nodes, entries, keys and values it has looked at, and compared.
+    std::size_t find(const inspectable &container, Matches &matches) const;
 
     // The same without having asked the matcher: those that are not proven may turn out not to be
-    // satisfied. Returns how many nodes and entries it has looked at.
+    // satisfied.
     std::size_t find_candidates(const inspectable &container, Matches &matches) const;
 
     // What an index keeps for an expression at most, in bytes, whatever else is in it.

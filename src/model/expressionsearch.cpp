@@ -145,10 +145,12 @@ void ExpressionIndex::Search::visit_all(const LinkedList<Node> &nodes)
 void ExpressionIndex::Search::visit_keys(const Node &parent)
 {
     if (parent.children->key_count <= present_.keyed().size()) {
+        steps_ += parent.children->key_count;
         for (const Node *child = parent.children->keys.first(); child; child = child->next)
             visit_key(*child);
         return;
     }
+    steps_ += 1 + present_.keyed().size();
     visit_key(parent, nullptr);
     for (Bucket bucket : present_.keyed())
         visit_key(parent, bucket.key());
@@ -301,16 +303,18 @@ std::size_t ExpressionIndex::search(const inspectable &container, Containment &c
 std::size_t ExpressionIndex::find_candidates(const inspectable &container, Matches &matches) const
 {
     Containment containment(container);
-    return search(container, containment, matches);
+    std::size_t steps = search(container, containment, matches);
+    return steps + containment.comparisons();
 }
 
-void ExpressionIndex::find(const inspectable &container, Matches &matches) const
+std::size_t ExpressionIndex::find(const inspectable &container, Matches &matches) const
 {
     Containment containment(container);
-    search(container, containment, matches);
+    std::size_t steps = search(container, containment, matches);
     std::erase_if(matches, [&containment](const Match &match) {
         return !match.is_proven && !containment.satisfies(*match.record);
     });
+    return steps + containment.comparisons();
 }
 
 } // namespace qandor

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 #include "model/declarationindex.hpp"
+#include "unit/model/plainscan.hpp"
 #include "unit/model/randominspectables.hpp"
 
 #include <gtest/gtest.h>
@@ -115,6 +116,36 @@ TEST(DeclarationIndex, AValueThatADeclarationHasManyTimesIsFiledOnce)
     EXPECT_EQ(found(index, *record(IT_SUBSCRIBE_EXPRESSION, {{"a", "1"}})), Ids({1}));
     EXPECT_EQ(candidates(index, *record(IT_SUBSCRIBE_EXPRESSION, {{"a", nullptr}})).capacity(), 1u);
 }
+
+class DeclarationIndexBounds : public testing::TestWithParam<DeclarationShape> {};
+
+// Beyond the expression itself, which has to be read once.
+TEST_P(DeclarationIndexBounds, ASearchTakesAtMostTwiceTheStepsOfLookingAtEach)
+{
+    Record expression = GetParam().make_expression();
+    std::vector<Record> declarations;
+    DeclarationIndex index;
+    std::size_t plain = 0;
+    Ids expected;
+    for (guint32 id = 0; id < GetParam().count; ++id) {
+        const Record &declaration = declarations.emplace_back(GetParam().make(id));
+        index.add(id, *declaration);
+        plain += PlainScan(*declaration).steps(*expression);
+        if (inspectable_contains(declaration.get(), expression.get()))
+            expected.push_back(id);
+    }
+    Matches matches;
+    std::size_t steps = index.find_candidates(*expression, matches);
+    for (const Match &match : matches)
+        steps += PlainScan(*match.record).steps(*expression);
+    EXPECT_LE(steps, 2 * plain + size_of(*expression));
+    EXPECT_EQ(found(index, *expression), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(, DeclarationIndexBounds,
+                         testing::ValuesIn(declaration_shapes().begin(),
+                                           declaration_shapes().end()),
+                         [](const auto &info) { return std::string(info.param.name); });
 
 TEST(DeclarationIndex, TheMemoryOfAHugeSearchIsGivenBack)
 {
