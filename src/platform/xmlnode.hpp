@@ -9,17 +9,18 @@
 
 #include <glib.h>
 
+#include <list>
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 struct xmlnode {
     gchar *name = nullptr;     // owned; replace it with a newly allocated text
     GList *children = nullptr; // of xmlnode, owned, in document order
 
     GList *last_child = nullptr;
-    std::vector<std::pair<std::string, std::string>> attributes; // in the order they were added
+    // In the order they were added. Values are handed out, so they stay where they are.
+    std::list<std::pair<std::string, std::string>> attributes;
 };
 
 namespace qandor {

@@ -13,6 +13,7 @@
 
 #include <cstring>
 #include <optional>
+#include <vector>
 
 using namespace qandor;
 

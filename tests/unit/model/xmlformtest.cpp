@@ -49,6 +49,18 @@ TEST(XmlAttributes, OnlyTextsThatAreNotEmptyAreWritten)
     EXPECT_STREQ(xml_get_attribute(node.get(), "empty"), "");
 }
 
+// It is the node's, and is lent for as long as that lives.
+TEST(XmlAttributes, ATextStaysWhereItIsWhenOtherAttributesAreWritten)
+{
+    XmlTreeOwner node = element("e");
+    xml_set_attribute(node.get(), "first", "short");
+    const gchar *text = xml_get_attribute(node.get(), "first");
+    for (int i = 0; i < 20; ++i)
+        xml_set_attribute(node.get(), ("a" + std::to_string(i)).c_str(), "x");
+    EXPECT_EQ(xml_get_attribute(node.get(), "first"), text);
+    EXPECT_STREQ(text, "short");
+}
+
 TEST(XmlAttributes, ABooleanIsTrueInAnyCaseAndWrittenOnlyWhenItIsExactlyTrue)
 {
     XmlTreeOwner node =
