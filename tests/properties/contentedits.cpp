@@ -26,6 +26,8 @@ private:
     std::string a_text();
     PlainKeyValue *its() { return find(plain_, key_); }
     void add_one();
+    void add(const PlainKeyValue &one);
+    void add_many();
     void begin_another();
     void fill();
     void fill_typed();
@@ -66,21 +68,40 @@ std::string Edit::a_text()
     return text;
 }
 
-void Edit::add_one()
+void Edit::add(const PlainKeyValue &one)
 {
-    PlainKeyValue one = random_.one_in(3) ? made_open(key_, random_.one_in(4))
-                                          : made(key_, random_.value(), random_.one_in(4));
-    if (plain_.type == Expression && random_.one_in(3))
-        one = made_for_any_key(random_.value(), random_.one_in(3));
     if ((plain_.type == Event || plain_.type == State) && find(plain_, one.key))
         return; // fatal
-    note("add " + one.value);
+    trace_.note("  add " + shown(one.key) + " " + shown(one.value));
     require_result(inspectable_add_key_value(
                        real_, one.key_wildcard && random_.one_in(2) ? nullptr : one.key.c_str(),
                        one.key_wildcard, one.value_wildcard ? nullptr : one.value.c_str(),
                        one.value_wildcard, one.negated),
                    true);
-    add(plain_, one);
+    test::add(plain_, one);
+}
+
+void Edit::add_one()
+{
+    if (plain_.type == Expression && random_.one_in(3))
+        add(made_for_any_key(random_.value(), random_.one_in(3)));
+    else if (random_.one_in(3))
+        add(made_open(key_, random_.one_in(4)));
+    else
+        add(made(key_, random_.value(), random_.one_in(4)));
+}
+
+// One kind after the other, either first: both are looked up in other ways once there are many.
+void Edit::add_many()
+{
+    bool keys_first = random_.one_in(2);
+    for (bool keys : {keys_first, !keys_first}) {
+        if (!keys && plain_.type != Expression)
+            continue;
+        for (unsigned left = random_.number(random_.most() + 1); left > 0; --left)
+            add(keys ? made(random_.key(), random_.value(), random_.one_in(4))
+                     : made_for_any_key(random_.value(), random_.one_in(3)));
+    }
 }
 
 void Edit::begin_another()
@@ -214,7 +235,7 @@ void Edit::make_one()
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_one},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_one},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_one},
-        {1 << Expression, &Edit::add_one},
+        {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_many},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::begin_another},
         {1 << Declaration | 1 << Event, &Edit::fill},
         {1 << Declaration | 1 << Event, &Edit::fill_typed},

@@ -173,6 +173,8 @@ public:
         most_ = most;
     }
 
+    unsigned most() const { return most_; }
+
     unsigned number(unsigned limit) { return static_cast<unsigned>(engine_() % limit); }
     bool one_in(unsigned count) { return number(count) == 0; }
     std::uint32_t id() { return static_cast<std::uint32_t>(engine_()); }

@@ -296,6 +296,18 @@ const DeclarationShape all_declaration_shapes[] = {
          }
          return made;
      }},
+    {"AlternativesThatAllHold",
+     [](unsigned) {
+         return event_of({{"a", nullptr}});
+     },
+     [] {
+         Record made = record(IT_SUBSCRIBE_EXPRESSION);
+         for (unsigned i = 0; i < 2000; ++i) {
+             begin_alternative(*made, i == 0);
+             add(*made, "a", "1");
+         }
+         return made;
+     }},
     {"ManyValuesOfAnOpenKey",
      [](unsigned i) {
          return event_of({{"a", i % 2 ? nullptr : "x"}});
