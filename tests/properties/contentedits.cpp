@@ -236,6 +236,8 @@ void Edit::make_one()
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_one},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_one},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::add_many},
+        {1 << Expression, &Edit::add_many},
+        {1 << Expression, &Edit::add_many},
         {1 << Declaration | 1 << Event | 1 << Expression | 1 << State, &Edit::begin_another},
         {1 << Declaration | 1 << Event, &Edit::fill},
         {1 << Declaration | 1 << Event, &Edit::fill_typed},

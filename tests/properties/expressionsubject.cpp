@@ -69,6 +69,8 @@ void ExpressionSubject::edit(RandomRecords &random, const Trace &trace)
         break;
     }
     case 4:
+    case 5:
+    case 6:
         test::edit(content(), plain_.content, random, trace);
         break;
     default:
