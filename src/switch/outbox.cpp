@@ -14,7 +14,6 @@ namespace {
 constexpr guint64 acknowledged_bytes = 64 << 10;
 // What a message takes besides its body, about.
 constexpr guint64 head_bytes = 256;
-constexpr gint64 stuck_usec = 30 * G_USEC_PER_SEC;
 
 } // namespace
 
@@ -27,8 +26,9 @@ struct Outbox::Recipient {
     std::size_t replies = 0;                           // of the items
     guint64 waiting_bytes = 0;
     Unread unread{};
-    Unread asked{};      // the part that the acknowledgement under way is about
-    gint64 progress = 0; // when it has last shown that it reads, or had nothing to read; monotonic
+    Unread asked{}; // the part that the acknowledgement under way is about
+    gint64 progress =
+        0; // when it has last shown that it reads, or had nothing to read; by the clock
     bool is_lost = false;
     // In one of its user's lists while something waits for it.
     std::list<Recipient *> *list = nullptr;
@@ -44,16 +44,16 @@ struct Outbox::User {
     guint64 waiting_bytes = 0;
 };
 
-Outbox::Outbox(sd_bus *bus, WaitsForAnswer waits_for_answer)
-    : bus_(bus), waits_for_answer_(std::move(waits_for_answer)),
+Outbox::Outbox(sd_bus *bus, WaitsForAnswer waits_for_answer, Clock clock)
+    : bus_(bus), waits_for_answer_(std::move(waits_for_answer)), clock_(clock),
       acknowledgements_(
           bus,
           [this](const std::string &name) {
               if (Recipient *recipient = find(name))
                   recipient->asked = recipient->unread;
           },
-          [this](const std::string &name) { acknowledge(name); }),
-      taken_(g_get_monotonic_time())
+          [this](const std::string &name) { acknowledge(name); }, clock),
+      taken_(clock())
 {
 }
 
@@ -127,7 +127,7 @@ bool Outbox::bus_takes_more()
     guint64 queued = 0;
     sd_bus_get_n_queued_write(bus_, &queued);
     if (queued == 0)
-        taken_ = g_get_monotonic_time();
+        taken_ = clock_();
     return queued == 0;
 }
 
@@ -169,7 +169,7 @@ void Outbox::send(Recipient &recipient, const Send &send)
     Windows::Way way = windows_.way_for(bytes, true, recipient.unread, recipient.user.unread);
     Unread more = way == Windows::Way::Small ? Unread{bytes, 0} : Unread{0, bytes};
     if (recipient.unread.total() == 0)
-        recipient.progress = g_get_monotonic_time();
+        recipient.progress = clock_();
     recipient.unread += more;
     recipient.user.unread += more;
     windows_.add(more);
@@ -233,7 +233,7 @@ void Outbox::lose(Recipient &recipient, const char *why)
 
 bool Outbox::is_stalled(const Recipient &recipient, gint64 usec) const
 {
-    return recipient.unread.total() > 0 && g_get_monotonic_time() - recipient.progress > usec;
+    return recipient.unread.total() > 0 && clock_() - recipient.progress > usec;
 }
 
 // Users wait for their own names, and long enough for one that reads late. Others wait for a part
@@ -330,7 +330,7 @@ void Outbox::acknowledge(const std::string &name)
     if (!recipient)
         return;
     Unread read = std::exchange(recipient->asked, {});
-    recipient->progress = g_get_monotonic_time();
+    recipient->progress = clock_();
     recipient->unread -= read;
     recipient->user.unread -= read;
     windows_.remove(read);
@@ -343,7 +343,7 @@ void Outbox::look_again()
 {
     acknowledgements_.look_again();
     unblock_all();
-    bool is_late = !bus_takes_more() && g_get_monotonic_time() - taken_ > stuck_usec;
+    bool is_late = !bus_takes_more() && clock_() - taken_ > stuck_usec;
     // The second time in a row: the loop has had time to give the bus what it takes.
     is_stuck_ = is_late && was_stuck_;
     was_stuck_ = is_late;

@@ -45,7 +45,10 @@ public:
     // Whether a name waits for an answer that is still to be made.
     using WaitsForAnswer = std::function<bool(const std::string &name, guint32 uid)>;
 
-    Outbox(sd_bus *bus, WaitsForAnswer waits_for_answer);
+    // Microseconds of a clock that never goes back.
+    using Clock = Acknowledgements::Clock;
+
+    Outbox(sd_bus *bus, WaitsForAnswer waits_for_answer, Clock clock = g_get_monotonic_time);
     Outbox(const Outbox &) = delete;
     Outbox &operator=(const Outbox &) = delete;
     ~Outbox();
@@ -80,7 +83,7 @@ public:
 
     // To be called about once a second while something waits.
     void look_again();
-    // Whether the bus has taken nothing for long, by the real clock.
+    // Whether the bus has taken nothing for long.
     bool is_stuck() const { return is_stuck_; }
 
     // What is added while this lives is caused by the user.
@@ -100,6 +103,8 @@ public:
     };
     void set_cause(guint32 uid) { cause_ = uid; }
 
+    // After so long, and two looks, a bus that takes nothing counts as stuck.
+    static constexpr gint64 stuck_usec = 30 * G_USEC_PER_SEC;
     // What may wait.
     static constexpr std::size_t most_of_name = 16384;
     static constexpr std::size_t most_of_user = 65536;
@@ -143,6 +148,7 @@ private:
 
     sd_bus *bus_;
     WaitsForAnswer waits_for_answer_;
+    const Clock clock_;
     Windows windows_;
     Acknowledgements acknowledgements_;
     std::unordered_map<std::string, std::unique_ptr<Recipient>> recipients_;
@@ -151,7 +157,7 @@ private:
     std::size_t waiting_ = 0;     // items, of all
     guint32 last_uid_ = 0;        // whose turn it was
     guint32 cause_ = G_MAXUINT32; // nobody
-    gint64 taken_;                // when the bus took all it was given, monotonic
+    gint64 taken_;                // when the bus took all it was given, by the clock
     bool was_stuck_ = false;
     bool is_stuck_ = false;
 };
