@@ -26,12 +26,13 @@ int ignore_answer(sd_bus_message *reply, void *, sd_bus_error *)
 int BusPresence::connect(GError **error)
 {
     close();
-    int r = connect_to_bus_and_attach_events(&source_, &bus, error);
+    GSource *attached = nullptr;
+    int r = connect_to_bus_and_attach_events(&attached, &bus, error);
     if (r < 0) {
         bus = nullptr;
-        source_ = nullptr;
         return r;
     }
+    source_.reset(g_source_ref(attached));
     if (backlog)
         CallWindow::find(bus)->share(backlog);
     return r;
@@ -67,8 +68,13 @@ void BusPresence::lose()
 {
     log_critical("The %s \"%s\" has lost its connection to the bus and connects again", owner_.kind,
                  name.c_str());
-    close();
     connect_later();
+}
+
+void BusPresence::connect_later()
+{
+    close();
+    timer_.start();
 }
 
 void BusPresence::disconnect()
@@ -81,9 +87,9 @@ void BusPresence::close()
 {
     if (!bus)
         return;
-    disconnect_from_bus_and_detach_events(source_, bus);
+    disconnect_from_bus_and_detach_events(source_.get(), bus);
     bus = nullptr;
-    source_ = nullptr;
+    source_.reset();
 }
 
 } // namespace qandor

@@ -55,7 +55,9 @@ public:
 
     // Lets go of a connection that has ended, says so and connects again later.
     void lose();
-    void connect_later() { timer_.start(); }
+    // After a step has failed: what there is of a connection is let go, so that nothing is sent over
+    // it that would have to be sent again over the next one.
+    void connect_later();
     // Whether there was a connection and there will be one again: until then nothing is sent.
     bool is_lost() const { return !bus && was_up_; }
 
@@ -74,7 +76,7 @@ private:
     void close();
 
     Owner owner_;
-    GSource *source_ = nullptr;
+    MainSourceOwner source_; // GLib drops its own reference when the event loop ends
     bus_driver_watcher watcher_;
     bool was_up_ = false;
     RetryTimer timer_;

@@ -40,7 +40,7 @@ private:
     void read_what_came();
 
     sd_bus *bus_ = nullptr;
-    GSource *source_ = nullptr;
+    MainSourceOwner source_; // GLib drops its own reference when the event loop ends
     bool is_set_up_ = false;
 };
 
@@ -53,8 +53,11 @@ bool QueryState::set_up()
 bool QueryState::connect()
 {
     GError *error = nullptr;
-    if (connect_to_bus_and_attach_events(&source_, &bus_, &error) >= 0)
+    GSource *attached = nullptr;
+    if (connect_to_bus_and_attach_events(&attached, &bus_, &error) >= 0) {
+        source_.reset(g_source_ref(attached));
         return true;
+    }
     ErrorOwner owner(error);
     bus_ = nullptr; // it may have been there for a moment
     return false;
@@ -63,8 +66,9 @@ bool QueryState::connect()
 void QueryState::disconnect()
 {
     if (bus_)
-        disconnect_from_bus_and_detach_events(source_, bus_);
+        disconnect_from_bus_and_detach_events(source_.get(), bus_);
     bus_ = nullptr;
+    source_.reset();
 }
 
 // The bus may have hung up a moment ago, which sd-bus finds out when it reads.

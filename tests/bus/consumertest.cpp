@@ -6,6 +6,7 @@
 #include "bus/switch/rawpeer.hpp"
 #include "support/busseam.hpp"
 #include "support/logcapture.hpp"
+#include "support/mainloop.hpp"
 #include "support/privatebus.hpp"
 
 #include <gmock/gmock.h>
@@ -137,7 +138,9 @@ TEST_F(ConsumerTest, AnObjectThatCannotBeServedIsAnErrorAndTheConnectionIsClosed
     EXPECT_EQ(seam.count("sd_bus_close"), 1u);
 }
 
-TEST_F(ConsumerTest, AWatchThatCannotBeKeptIsAnErrorAndNothingIsSubscribed)
+// What was subscribed over a connection that is not whole would not be subscribed over the next
+// one.
+TEST_F(ConsumerTest, AWatchThatCannotBeKeptIsAnErrorAndWhatIsSubscribedGoesOverTheNextConnection)
 {
     Told told;
     prepare(1, told);
@@ -147,7 +150,14 @@ TEST_F(ConsumerTest, AWatchThatCannotBeKeptIsAnErrorAndNothingIsSubscribed)
     EXPECT_FALSE(consumer_init_dbus(consumer, &error));
     EXPECT_EQ(take_text(error),
               "libqandor -12 Consumer failed to watch bus driver: Unknown error -12");
-    EXPECT_THAT(take_sent(), IsEmpty());
+    EXPECT_EQ(seam.count("sd_bus_close"), 1u);
+    {
+        LogCapture log;
+        consumer_send_subscribe(consumer, 1);
+        EXPECT_EQ(log.criticals().size(), 1u);
+    }
+    EXPECT_TRUE(wait_until([this] { return event_switch.count("Subscribe") > 0; }));
+    EXPECT_THAT(take_sent(), ElementsAre("Subscribe(1)"));
 }
 
 TEST_F(ConsumerTest, WhatWasFiledBeforeIsSubscribedAsItConnects)

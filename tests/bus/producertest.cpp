@@ -5,6 +5,7 @@
 #include "bus/producerobject.hpp"
 #include "support/busseam.hpp"
 #include "support/logcapture.hpp"
+#include "support/mainloop.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,15 +60,22 @@ TEST_F(ProducerTest, AnObjectThatCannotBeServedIsAnErrorAndTheConnectionIsClosed
     EXPECT_EQ(seam.count("sd_bus_close"), 1u);
 }
 
-TEST_F(ProducerTest, AWatchThatCannotBeKeptIsAnErrorAndNothingIsDeclared)
+// What was declared over a connection that is not whole would not be declared over the next one.
+TEST_F(ProducerTest, AWatchThatCannotBeKeptIsAnErrorAndWhatIsDeclaredGoesOverTheNextConnection)
 {
-    allocate(1);
     BusSeam seam;
     seam.fail("sd_bus_add_match", -ENOMEM);
     GError *error = nullptr;
     EXPECT_FALSE(producer_init_dbus(producer, &error));
     EXPECT_EQ(take_text(error), "libqandor -12 Producer failed to watch bus driver");
-    EXPECT_THAT(take_sent(), IsEmpty());
+    EXPECT_EQ(seam.count("sd_bus_close"), 1u);
+    {
+        LogCapture log;
+        declare(1);
+        EXPECT_EQ(log.criticals().size(), 1u);
+    }
+    EXPECT_TRUE(wait_until([this] { return event_switch.count("Declare") > 0; }));
+    EXPECT_EQ(take_calls().size(), 1u);
 }
 
 TEST_F(ProducerTest, WhatWasFiledBeforeIsDeclaredAsItConnects)
