@@ -122,8 +122,11 @@ void PropertyQuestions::ask(sd_bus_message *call, guint32 uid,
     }
     guint32 token = next_id(last_token_, questions_);
     guint32 subscription_id = book_.new_subscription_id();
-    const char *own_name = "";
-    sd_bus_get_unique_name(bus_, &own_name);
+    const char *own_name = nullptr;
+    if (sd_bus_get_unique_name(bus_, &own_name) < 0) {
+        replies_.refuse(call, SD_BUS_ERROR_FAILED, "The switch is leaving the bus");
+        return;
+    }
     std::string record = own_record(expression, subscription_id, own_name, token);
     Usage usage = usage_of_question(record.size());
     usage.waiting_bytes += properties.size() * (sizeof(guint32) + sizeof(Question::Subscribed));
