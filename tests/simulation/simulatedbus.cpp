@@ -116,7 +116,8 @@ void SimulatedBus::receive()
     std::vector<pollfd> sockets;
     for (const auto &[name, connection] : connections_)
         sockets.push_back({connection->socket, POLLIN, 0});
-    if (poll(sockets.data(), sockets.size(), 0) <= 0)
+    static const timespec no_time = {0, 0};
+    if (ppoll(sockets.data(), sockets.size(), &no_time, nullptr) <= 0)
         return;
     std::vector<std::string> left;
     auto socket = sockets.begin();
@@ -132,7 +133,7 @@ bool SimulatedBus::read_from(Connection &connection)
 {
     char buffer[1 << 16];
     ssize_t size;
-    while ((size = read(connection.socket, buffer, sizeof buffer)) > 0)
+    while ((size = recv(connection.socket, buffer, sizeof buffer, 0)) > 0)
         connection.input.append(buffer, static_cast<std::size_t>(size));
     bool has_closed = size == 0 || (errno != EAGAIN && errno != EINTR);
     if (!connection.authenticated)

@@ -19,6 +19,7 @@ void check(int r, const char *what)
 
 void SimulatedSwitch::start()
 {
+    has_failed_ = false;
     sd_event *loop = nullptr;
     check(sd_event_new(&loop), "make an event loop");
     loop_.reset(loop);
@@ -33,7 +34,8 @@ void SimulatedSwitch::start()
     name_ = simulated_bus_.name_of(socket);
 
     Configuration configuration;
-    configuration.types_read_only = configuration.types_writable = folder_.path().string();
+    configuration.types_read_only = installed_types_.path().string();
+    configuration.types_writable = added_types_.path().string();
     service_ = std::make_unique<Service>(bus, configuration);
     check(sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL), "attach the bus");
     check(service_->serve(), "serve");
@@ -42,8 +44,6 @@ void SimulatedSwitch::start()
 
 void SimulatedSwitch::kill()
 {
-    if (!service_)
-        return;
     simulated_bus_.cut(name_);
     service_.reset();
     bus_.reset();
@@ -52,7 +52,15 @@ void SimulatedSwitch::kill()
 
 bool SimulatedSwitch::step()
 {
-    return service_ && sd_event_run(loop_.get(), 0) > 0;
+    int r = service_ && !has_failed_ ? sd_event_run(loop_.get(), 0) : 0;
+    has_failed_ = has_failed_ || r < 0;
+    return r > 0;
+}
+
+bool SimulatedSwitch::has_failed() const
+{
+    return has_failed_ || (service_ && (sd_bus_is_open(bus_.get()) <= 0 ||
+                                        sd_event_get_state(loop_.get()) == SD_EVENT_FINISHED));
 }
 
 } // namespace qandor::simulation

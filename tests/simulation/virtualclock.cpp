@@ -27,6 +27,7 @@ struct Clock {
 };
 
 Clock *installed = nullptr;
+virtual_clock::Fails fails = [](const char *, const void *) { return false; };
 
 template <class Function> Function *own(const char *name)
 {
@@ -121,7 +122,14 @@ Microseconds virtual_clock::longest_wait()
     return installed->longest_wait;
 }
 
+void virtual_clock::let_fail(Fails function)
+{
+    fails = function;
+}
+
 } // namespace qandor::simulation
+
+#define CALLER __builtin_return_address(0)
 
 using namespace qandor::simulation;
 
@@ -147,6 +155,8 @@ int gettimeofday(timeval *time, void *) noexcept
 
 int timerfd_create(int clock, int flags) noexcept
 {
+    if (fails(__func__, CALLER))
+        return -1;
     // The kernel's clock does not matter: the timer expires when it is told to.
     int descriptor = own<decltype(timerfd_create)>(__func__)(clock, flags);
     if (installed)
@@ -156,6 +166,8 @@ int timerfd_create(int clock, int flags) noexcept
 
 int timerfd_settime(int timer, int flags, const itimerspec *value, itimerspec *former) noexcept
 {
+    if (fails(__func__, CALLER))
+        return -1;
     if (!installed)
         return own<decltype(timerfd_settime)>(__func__)(timer, flags, value, former);
     static const itimerspec disarmed = {};
@@ -177,6 +189,8 @@ int timerfd_settime(int timer, int flags, const itimerspec *value, itimerspec *f
 
 int ppoll(pollfd *descriptors, nfds_t count, const timespec *timeout, const sigset_t *signals)
 {
+    if (fails(__func__, CALLER))
+        return -1;
     bool waits = !timeout || timeout->tv_sec != 0 || timeout->tv_nsec != 0;
     if (!installed || !waits)
         return own<decltype(ppoll)>(__func__)(descriptors, count, timeout, signals);

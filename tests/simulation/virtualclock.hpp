@@ -38,5 +38,10 @@ std::optional<Microseconds> next();
 // The longest time that has passed while a call waited for its answer.
 Microseconds longest_wait();
 
+// Asked before each call of timerfd_create(), timerfd_settime() and ppoll(): true makes it fail,
+// with the errno that was set.
+using Fails = bool (*)(const char *function, const void *caller);
+void let_fail(Fails fails);
+
 } // namespace virtual_clock
 } // namespace qandor::simulation

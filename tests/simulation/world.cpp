@@ -124,6 +124,9 @@ extern "C" int sd_bus_open_system(sd_bus **made)
         r = sd_bus_set_bus_client(bus, 1);
     if (r >= 0)
         r = sd_bus_start(bus);
-    *made = bus;
+    if (r < 0)
+        sd_bus_close_unref(bus);
+    else
+        *made = bus;
     return r;
 }
