@@ -172,9 +172,11 @@ int run(const Options &options, const Configuration &configuration)
     log_line(LogLevel::Info, "serving %s", DBUS_SERVICE_SWITCH);
     int status = sd_event_loop(event);
     notifier.stopping();
+    if (!succeeds(status, "run the event loop"))
+        return EXIT_FAILURE;
     if (status == EXIT_SUCCESS)
         leave(bus);
-    return status < 0 ? EXIT_FAILURE : status;
+    return status;
 }
 
 } // namespace
