@@ -48,6 +48,11 @@ IN_FRONT(sd_bus_add_match,
          (sd_bus * bus, sd_bus_slot **slot, const char *match, sd_bus_message_handler_t callback,
           void *userdata),
          (bus, slot, match, callback, userdata))
+IN_FRONT(sd_bus_match_signal,
+         (sd_bus * bus, sd_bus_slot **slot, const char *sender, const char *path,
+          const char *interface, const char *member, sd_bus_message_handler_t callback,
+          void *userdata),
+         (bus, slot, sender, path, interface, member, callback, userdata))
 IN_FRONT(sd_bus_add_object_vtable,
          (sd_bus * bus, sd_bus_slot **slot, const char *path, const char *interface,
           const sd_bus_vtable *vtable, void *userdata),

@@ -9,7 +9,6 @@
 #include <cstdarg>
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -151,11 +150,4 @@ extern "C" ssize_t writev(int file, const iovec *pieces, int count)
         return -1;
     }
     return real(file, pieces, failure == short_transfer ? 1 : count);
-}
-
-// Threads would make each day another one. The switch works without, where there are none.
-extern "C" int pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *),
-                              void *) noexcept
-{
-    return EAGAIN;
 }
