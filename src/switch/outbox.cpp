@@ -27,8 +27,8 @@ struct Outbox::Recipient {
     guint64 waiting_bytes = 0;
     Unread unread{};
     Unread asked{}; // the part that the acknowledgement under way is about
-    gint64 progress =
-        0; // when it has last shown that it reads, or had nothing to read; by the clock
+    // When it has last shown that it reads, or had nothing to read; by the clock.
+    gint64 progress = 0;
     bool is_lost = false;
     // In one of its user's lists while something waits for it.
     std::list<Recipient *> *list = nullptr;
