@@ -278,6 +278,25 @@ TEST_F(QuestionTest, AProducerWithManyPropertiesIsAskedForEach)
     EXPECT_EQ(told.size(), 200u) << "and told that the switch does not want to know any more";
 }
 
+// It takes its turn behind others of its name; until then it is taken back.
+TEST_F(QuestionTest, APropertyThatGoesBeforeItsTurnIsNotAskedForAndNotWaitedFor)
+{
+    constexpr guint32 count = 20;
+    for (guint32 id = 1; id <= count; ++id)
+        declare_property(producer, "Power", id);
+    bool is_taken_back = false;
+    producer.on_call = [&](const Received &received) {
+        if (received.member != "Subscribe" || std::exchange(is_taken_back, true))
+            return true;
+        EXPECT_EQ(producer.call("Producer.Undeclare", "/p", count).error, "");
+        return true;
+    };
+    EXPECT_EQ(ask().text, "The property has no state");
+    std::vector<std::string> told = producer.take_members();
+    EXPECT_EQ(std::count(told.begin(), told.end(), "Subscribe(19)"), 1);
+    EXPECT_EQ(std::count(told.begin(), told.end(), "Subscribe(20)"), 0);
+}
+
 TEST_F(QuestionTest, WhoeverHasBeenSilentIsAskedAgain)
 {
     for (guint32 id = 1; id <= 20; ++id)

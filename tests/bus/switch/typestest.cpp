@@ -69,6 +69,26 @@ TEST_F(TypesTest, WhatCannotBeDoneIsRefusedWithItsOwnError)
     EXPECT_EQ(topics(), Topics{"system"});
 }
 
+TEST_F(TypesTest, AFolderThatIsNotThereCannotBeWritten)
+{
+    std::filesystem::remove_all(event_switch.writable_types());
+    Answer answer =
+        peer.call("Producer.AddDeclaration", "type", Octets{declaration_bytes("topic", 0)});
+    EXPECT_EQ(answer.error, "org.freedesktop.DBus.Error.IOError");
+    EXPECT_EQ(answer.text, "The folder of types cannot be written");
+    EXPECT_EQ(topics(), Topics{});
+}
+
+// What is not a file cannot be replaced by one; nothing of the try is left.
+TEST_F(TypesTest, AFileThatCannotTakeItsPlaceIsTakenAway)
+{
+    std::filesystem::create_directories(event_switch.writable_types() / "type.xml");
+    EXPECT_EQ(add(peer, "type", "topic"), "org.freedesktop.DBus.Error.IOError");
+    EXPECT_EQ(topics(), Topics{});
+    std::filesystem::directory_iterator entries(event_switch.writable_types());
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
 TEST_F(TypesTest, WhatXmlCannotSayIsRefused)
 {
     EXPECT_EQ(add(peer, "type", "A\x01"), "org.freedesktop.DBus.Error.InvalidArgs");

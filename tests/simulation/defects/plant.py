@@ -23,7 +23,7 @@ DEFECTS = {
     "lonely": (
         "a handle whose connection ends does not connect again",
         """    close();
-    connect_later();
+    timer_.start();
 """,
         "    close();\n",
     ),

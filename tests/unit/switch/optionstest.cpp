@@ -52,6 +52,19 @@ TEST(Options, TheFoldersAreTheSystemsUnlessOthersAreGiven)
     EXPECT_EQ(options.log_level, LogLevel::Debug);
 }
 
+TEST(Options, EachLevelOfTheLogHasItsName)
+{
+    for (const auto &[word, level] :
+         std::vector<std::pair<std::string, LogLevel>>{{"error", LogLevel::Error},
+                                                       {"warning", LogLevel::Warning},
+                                                       {"info", LogLevel::Info},
+                                                       {"debug", LogLevel::Debug}}) {
+        Options options;
+        EXPECT_TRUE(parse({"--log-level", word}, options));
+        EXPECT_EQ(options.log_level, level) << word;
+    }
+}
+
 TEST(Options, WhatIsWrongIsSaid)
 {
     for (const auto &[words, expected] :
