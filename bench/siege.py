@@ -17,6 +17,7 @@ FIGURE = re.compile(r"^\[  FIGURE  \] (\S+): ([^:]*): (\S+) ?(.*)$", re.MULTILIN
 BUSES = ("daemon", "broker")
 P99 = "another user's calls, p99"
 LONGEST = "another user's calls, longest"
+OF_BUS = "calls to the bus itself, p99"
 REFUSED = "another user's calls refused"
 MEMORY = "memory of the switch, most"
 ALIVE = "switch alive"
@@ -51,6 +52,7 @@ def rows():
     yield "most memory of one user's records, any shape", "Shapes.*Stored*", MEMORY, max, "96 MiB"
     for pattern, what in WAITING.items():
         yield f"p99 of another user: {what}", pattern, P99, max, "50 ms"
+        yield "  the same of a call to the bus itself", pattern, OF_BUS, max, ""
         yield "  refused calls of that user", pattern, REFUSED, sum, "0"
     yield "switch alive after a list of types beyond 32 MiB", "Questions.*Types*", ALIVE, min, "1"
     yield "states told beside 70 silent properties", "Questions.*Silent*", "states told", sum, ""

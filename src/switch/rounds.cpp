@@ -12,6 +12,11 @@ namespace {
 // does.
 constexpr gint64 reading_usec = 2000;
 constexpr gint64 working_usec = 2000;
+// The same after a large call. The socket holds one of that size, so the next one is not there yet,
+// while many may stand in the bus's queue, and in front of other people's calls: without waiting a
+// moment for it, the switch would read one for each that it handles.
+constexpr gint64 draining_usec = 12000;
+constexpr timespec next_message = {0, 300 * 1000};
 constexpr gint64 look_usec = G_USEC_PER_SEC;
 
 int wake(sd_event_source *, void *)
@@ -19,12 +24,12 @@ int wake(sd_event_source *, void *)
     return 0;
 }
 
-bool has_input(sd_bus *bus)
+bool has_input(sd_bus *bus, const timespec &wait)
 {
     guint64 queued = 0;
     sd_bus_get_n_queued_read(bus, &queued);
     pollfd input{sd_bus_get_fd(bus), POLLIN, 0};
-    return queued > 0 || (input.fd >= 0 && poll(&input, 1, 0) > 0);
+    return queued > 0 || (input.fd >= 0 && ppoll(&input, 1, &wait, nullptr) > 0);
 }
 
 } // namespace
@@ -55,9 +60,11 @@ bool Rounds::is_to_read_on()
     gint64 now = g_get_monotonic_time();
     if (reading_since_ == 0)
         reading_since_ = now;
-    if (now - reading_since_ < reading_usec && has_input(bus_))
+    gint64 most = drains_ ? draining_usec : reading_usec;
+    if (now - reading_since_ < most && has_input(bus_, drains_ ? next_message : timespec{}))
         return true;
     reading_since_ = 0;
+    drains_ = false;
     return false;
 }
 

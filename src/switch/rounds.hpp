@@ -29,6 +29,8 @@ public:
 
     // From now on the event loop of the bus sees to the work. A negative errno on failure.
     int begin(sd_bus *bus);
+    // A call of so many bytes has been read.
+    void note_call(std::size_t bytes) { drains_ = drains_ || bytes >= large_call; }
 
 private:
     static int after_reading(sd_event_source *, void *rounds);
@@ -39,7 +41,10 @@ private:
 
     Work work_;
     sd_bus *bus_ = nullptr;
+    static constexpr std::size_t large_call = 64 << 10;
+
     gint64 reading_since_ = 0; // 0 when work was done after the last message
+    bool drains_ = false;      // a large call has been read since then
     EventTimerOwner after_reading_;
     EventTimerOwner again_; // wakes the event loop when there is more to do
     EventTimerOwner look_;

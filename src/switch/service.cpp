@@ -121,6 +121,7 @@ int Service::receive(sd_bus_message *message, void *userdata, sd_bus_error *)
 void Service::take(sd_bus_message *call, guint32 uid)
 {
     outbox.know(sd_bus_message_get_sender(call), uid);
+    rounds.note_call(size_of(call));
     Outbox::Cause cause(outbox, uid);
     auto method = methods.find(call);
     if (const auto *fault = std::get_if<CallFault>(&method))

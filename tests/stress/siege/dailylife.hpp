@@ -12,6 +12,7 @@ namespace qandor::test {
 struct Waits {
     unsigned calls = 0, refused = 0; // refused: answered with an error, or not at all
     double p50_ms = 0, p99_ms = 0, longest_ms = 0;
+    double bus_p99_ms = 0; // of calls to the bus itself, which are made in between
 };
 
 class DailyLife {

@@ -39,6 +39,8 @@ protected:
     // then, in builds that have one.
     void TearDown() override;
 
+    // Ends a bystander and tells how long it waited.
+    static Waits tell_waits(DailyLife &life);
     // Ends a bystander and asserts that all its calls were answered.
     void expect_served(DailyLife &life) const;
     void expect_switch_alive();
