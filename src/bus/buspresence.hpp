@@ -55,8 +55,8 @@ public:
 
     // Lets go of a connection that has ended, says so and connects again later.
     void lose();
-    // After a step has failed: what there is of a connection is let go, so that nothing is sent over
-    // it that would have to be sent again over the next one.
+    // After a step has failed: what there is of a connection is let go, so that nothing is sent
+    // over it that would have to be sent again over the next one.
     void connect_later();
     // Whether there was a connection and there will be one again: until then nothing is sent.
     bool is_lost() const { return !bus && was_up_; }

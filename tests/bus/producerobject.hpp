@@ -4,6 +4,7 @@
 #pragma once
 
 #include "bus/busobjects.hpp"
+#include "bus/callwindow.hpp"
 #include "support/privatebus.hpp"
 
 #include <algorithm>
@@ -81,9 +82,12 @@ protected:
         return event_switch.take();
     }
     std::vector<std::string> take_sent() { return texts_of(take_calls()); }
-    // The states that have been delivered, "token:state" each.
+    // The states that have been delivered, "token:state" each. A consumer that is new gets a few
+    // events at a time, the rest when it has answered.
     std::vector<std::string> take_states()
     {
+        auto window = CallWindow::find(state_of(producer).presence.bus);
+        EXPECT_TRUE(wait_until([&] { return window->slots().taken() == 0; }));
         std::vector<std::string> states;
         for (const SwitchCall &call : take_calls())
             if (call.member == "Event")
