@@ -82,7 +82,7 @@ ConsumerState::ConsumerState(Consumer *instance)
                 consumer_lost_handler, consumer_connect_again}),
       resending_(consumer_try_one, instance),
       retractions_({mutex, instance, "com.vemo.Event.Switch.Consumer.Unsubscribe",
-                    consumer_call_to_forget, consumer_token_is_free})
+                    consumer_call_to_forget, consumer_token_is_free, true})
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Consumer/%p", static_cast<void *>(instance)));
     presence.object = object.get();

@@ -99,7 +99,7 @@ ProducerState::ProducerState(Producer *instance)
                 producer_lost_handler, producer_connect_again}),
       resending_(producer_try_one, instance),
       retractions_({mutex, instance, "com.vemo.Event.Switch.Producer.Undeclare",
-                    producer_call_to_forget, producer_id_is_free}),
+                    producer_call_to_forget, producer_id_is_free, false}),
       held_timer_(producer_let_go, instance), former_timer_(producer_give_up_former, instance)
 {
     TextOwner object(g_strdup_printf("/com/vemo/Event/Producer/%p", static_cast<void *>(instance)));

@@ -69,8 +69,10 @@ void Retractions::send_refused(gpointer data)
 
 void Retractions::forget()
 {
-    ids_.clear();
-    reset();
+    std::erase_if(
+        ids_, [this](const auto &entry) { return !owner_.ids_are_own || entry.second == refused; });
+    if (ids_.empty())
+        reset();
 }
 
 void Retractions::reset()
@@ -81,7 +83,8 @@ void Retractions::reset()
 
 void Retractions::lose_bus()
 {
-    forget();
+    ids_.clear();
+    reset();
     tickets_.forget();
 }
 

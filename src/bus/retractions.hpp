@@ -25,6 +25,7 @@ public:
         const char *method;                                // in full
         MethodCall (*call)(gpointer instance, guint32 id); // that makes the switch forget the id
         void (*done)(gpointer instance);                   // an id is free for use again
+        bool ids_are_own;                                  // and not the switch's
     };
 
     explicit Retractions(const Owner &owner);
@@ -35,7 +36,9 @@ public:
     void add(guint32 id);
     // Whether the switch may not have forgotten it yet.
     bool contains(guint32 id) const { return ids_.find(id) != ids_.end(); }
-    // The switch has gone.
+    // The switch has gone. A call that is under way with an id of our own may yet reach the next
+    // one, or be refused on the way to it: what it is about may have been told to that one already,
+    // before we heard that the switch had changed.
     void forget();
     // The same; and the calls under way have ended with the connection.
     void lose_bus();
